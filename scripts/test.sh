@@ -1,0 +1,20 @@
+#!/usr/bin/env bash
+# Installs what is needed, builds, and runs every test: once in the normal
+# build and once more under AddressSanitizer and UndefinedBehaviorSanitizer.
+set -euo pipefail
+ROOT=$(cd "$(dirname "$0")/.." && pwd)
+cd "$ROOT"
+
+scripts/setup.sh
+
+status=0
+scripts/build.sh build/release -DCMAKE_BUILD_TYPE=RelWithDebInfo
+(cd build/release && ctest --output-on-failure -j "$(nproc)") || status=1
+
+scripts/build.sh build/asan -DCMAKE_BUILD_TYPE=Debug -DFPT_SANITIZE=ON
+# The sanitizer pass repeats the unit tests; the end-to-end ones already ran.
+(cd build/asan && ASAN_OPTIONS=detect_leaks=1:abort_on_error=1 \
+    UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
+    ctest --output-on-failure -j "$(nproc)" -L unit) || status=1
+
+exit $status
