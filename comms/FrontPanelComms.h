@@ -1,0 +1,50 @@
+#pragma once
+
+// Link to the front-panel micro-controller: a line-oriented ASCII protocol on
+// a character device, polled from the test manager's loop. No thread, no
+// timer, no blocking wait.
+
+#include <QString>
+#include <cstdint>
+#include <deque>
+
+class FrontPanelComms {
+public:
+    explicit FrontPanelComms(QString path = QStringLiteral("/dev/cv084_app"));
+    // Closes the descriptor; sends nothing (the manager switches LEDs and
+    // audio off before it lets go of the link).
+    virtual ~FrontPanelComms();
+    FrontPanelComms(FrontPanelComms const&) = delete;
+    FrontPanelComms& operator=(FrontPanelComms const&) = delete;
+
+    // Virtual so that the application's tests can stand in a recording link.
+    virtual bool initialize();
+    virtual bool servicePort();
+    virtual bool sendLine(QString const& line);
+    virtual void setLed(int led, int colour);
+    virtual void setBrightness(int level);
+    virtual void setAudioOutput();
+    virtual void setSpeaker(bool on);
+    virtual void setHeadphones(bool on);
+
+    bool openPort();
+    bool setTTY();
+    bool fillReadQueue();
+    void processReadQueue();
+    bool processReceivedLine(QString const& line);
+    bool RXVersion(QString const& line);
+    bool RXFPGAVersion(QString const& line);
+    bool RXHeadphone(QString const& line);
+
+    // Read directly by the manager's screens.
+    QString version = QStringLiteral("Uninitialised");
+    QString fpgaVersion = QStringLiteral("Uninitialised");
+    int32_t headphoneState = -1;
+    uint32_t bytesReceived = 0;
+    uint32_t bytesSent = 0;
+    bool speaker = false;
+    bool headphones = false;
+    std::deque<char> readQueue;
+    int32_t fd = -1;
+    QString devicePath;
+};
