@@ -13,7 +13,9 @@
 
 class EventDeviceComms {
 public:
-    enum KeyPress { Released = 0, Pressed = 1, Repeat = 2 };
+    // The kernel's key-event value, stored unchanged. Fixed underlying type so
+    // that any value a device sends is a valid KeyPress.
+    enum KeyPress : int32_t { Released = 0, Pressed = 1, Repeat = 2 };
     static constexpr int kButtonCount = 17;
 
     explicit EventDeviceComms(QString path);

@@ -1,0 +1,163 @@
+#include "comms/EventDeviceComms.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+#include <utility>
+
+namespace {
+
+constexpr size_t kReadChunk = 32;
+
+// One kernel record: 16 bytes on the 32-bit ARM controller, 24 on a 64-bit
+// development host. Always taken from the kernel's own structure.
+constexpr size_t kRecordSize = sizeof(struct input_event);
+
+// Key codes of the panel's keyboard device, by button index.
+constexpr int kButtonKeyCodes[EventDeviceComms::kButtonCount] = {
+    KEY_LEFTMETA, KEY_F1,  KEY_F2,   KEY_F3,   KEY_F4, KEY_F5,    KEY_F6,    KEY_F7,  KEY_F8,
+    KEY_F9,       KEY_F10, KEY_DOWN, KEY_LEFT, KEY_UP, KEY_RIGHT, KEY_FRONT, KEY_MUTE};
+
+int buttonIndex(int code) {
+    const auto* end = std::end(kButtonKeyCodes);
+    const auto* found = std::find(std::begin(kButtonKeyCodes), end, code);
+    return found == end ? -1 : static_cast<int>(found - std::begin(kButtonKeyCodes));
+}
+
+} // namespace
+
+EventDeviceComms::EventDeviceComms(QString path) : devicePath(std::move(path)) {}
+
+EventDeviceComms::~EventDeviceComms() {
+    // Closing the descriptor also ends the grab.
+    if (fd > 0) {
+        ::close(fd);
+    }
+}
+
+bool EventDeviceComms::initialize() {
+    // A second initialize() must not leak the first descriptor, and must let
+    // go of the first grab before taking the device again.
+    if (fd > 0) {
+        ::close(fd);
+        fd = -1;
+    }
+    fd = ::open(devicePath.toLocal8Bit().constData(), O_RDONLY | O_NOCTTY);
+    if (fd == -1) {
+        std::perror("front_panel_test");
+        return false;
+    }
+    // Take the device for ourselves so the panel's keys do not also reach the
+    // console, then make reads return at once when there is nothing to read.
+    if (::ioctl(fd, EVIOCGRAB, 1) != 0 || ::fcntl(fd, F_SETFL, O_NONBLOCK) != 0) {
+        std::perror("front_panel_test unable to grab");
+        return false;
+    }
+    return true;
+}
+
+bool EventDeviceComms::servicePort() {
+    const bool ok = fillReadQueue();
+    if (ok && !readQueue.empty()) {
+        processReadQueue();
+    }
+    return ok;
+}
+
+bool EventDeviceComms::fillReadQueue() {
+    char buffer[kReadChunk];
+    for (;;) {
+        // Non-blocking: an idle device answers -1 (EAGAIN) at once, as does a
+        // closed descriptor. Either ends the drain, silently.
+        const ssize_t count = ::read(fd, buffer, sizeof buffer);
+        if (count < 1) {
+            return true;
+        }
+        bytesReceived += static_cast<uint32_t>(count);
+        readQueue.insert(readQueue.end(), buffer, buffer + count);
+    }
+}
+
+void EventDeviceComms::processReadQueue() {
+    while (readQueue.size() >= kRecordSize) {
+        char raw[kRecordSize];
+        std::copy_n(readQueue.begin(), kRecordSize, raw);
+        struct input_event event {};
+        std::memcpy(&event, raw, kRecordSize);
+        processReceivedEvent(event);
+        readQueue.erase(readQueue.begin(), readQueue.begin() + kRecordSize);
+    }
+}
+
+void EventDeviceComms::processReceivedEvent(input_event const& event) {
+    switch (event.type) {
+    case EV_SYN:
+    case EV_MSC:
+    case EV_REP:
+        break;
+    case EV_KEY:
+        processButtonEvent(event.code, static_cast<KeyPress>(event.value));
+        break;
+    case EV_REL:
+        // The shaft encoder is the mouse device's wheel; nothing else moves.
+        if (event.code == REL_WHEEL) {
+            processShaftEncoderEvent(event.value);
+        }
+        break;
+    default:
+        std::printf("Unrecognised processReceivedEvent() type = %d, value = %d, code = %d\n",
+                    event.type, event.value, event.code);
+        break;
+    }
+}
+
+void EventDeviceComms::processButtonEvent(int code, KeyPress press) {
+    const int index = buttonIndex(code);
+    if (index < 0) {
+        std::printf("Unrecognised Keycode code = %d press = %d\n", code, static_cast<int>(press));
+        return;
+    }
+    buttonState[static_cast<size_t>(index)] = press;
+    if (press != Released) {
+        lastButton = index;
+    }
+}
+
+void EventDeviceComms::processShaftEncoderEvent(int delta) {
+    // Worked in 64 bits so that no step or delta can overflow; the result is
+    // what 32-bit arithmetic gives whenever that does not overflow.
+    const int64_t min = encoderMin;
+    const int64_t max = encoderMax;
+    const int64_t v = int64_t{encoderValue} + int64_t{encoderStep} * delta;
+    int64_t next;
+    if (v >= min) {
+        if (v <= max) {
+            next = v;
+        } else if (!encoderWrap) {
+            next = max;
+        } else {
+            // Wrapped once only: an overshoot beyond the range is not folded.
+            next = v - max - 1 + min;
+        }
+    } else if (!encoderWrap) {
+        next = min > max ? max : min;
+    } else {
+        // Exact for one step below a zero minimum (0 - 1 gives max); larger
+        // overshoots and non-zero minimums give what this formula gives. It is
+        // the encoder's established behaviour, not to be replaced by a modulo.
+        const int64_t w = max - (v + min + 1);
+        next = w <= max ? w : w - max - 1 + min;
+    }
+    encoderValue = static_cast<int32_t>(next);
+}
+
+void EventDeviceComms::setShaftEncoderMode(int value, int min, int max, int step, bool wrap) {
+    encoderValue = value;
+    encoderMin = min;
+    encoderMax = max;
+    encoderStep = step;
+    encoderWrap = wrap;
+}

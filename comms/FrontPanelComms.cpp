@@ -1,0 +1,209 @@
+#include "comms/FrontPanelComms.h"
+
+#include <QByteArray>
+#include <QChar>
+#include <algorithm>
+#include <cstdio>
+#include <fcntl.h>
+#include <iostream>
+#include <termios.h>
+#include <unistd.h>
+#include <utility>
+
+namespace {
+
+// The panel's reads are drained in small chunks; a line seldom exceeds this.
+constexpr size_t kReadChunk = 32;
+
+} // namespace
+
+FrontPanelComms::FrontPanelComms(QString path) : devicePath(std::move(path)) {}
+
+FrontPanelComms::~FrontPanelComms() {
+    if (fd > 0) {
+        ::close(fd);
+    }
+}
+
+bool FrontPanelComms::initialize() {
+    if (!openPort() || !setTTY()) {
+        return false;
+    }
+    // Ask the panel who it is and where the jack stands, and put the audio
+    // routing into a known state (both outputs off at start). A lost request
+    // only leaves "Uninitialised" on the screen, so the results are not checked.
+    sendLine(QStringLiteral("V\n"));
+    sendLine(QStringLiteral("H\n"));
+    setAudioOutput();
+    return true;
+}
+
+bool FrontPanelComms::openPort() {
+    if (fd != -1) {
+        return true;
+    }
+    // No O_NONBLOCK: reads are kept from blocking by VMIN = VTIME = 0 (setTTY).
+    fd = ::open(devicePath.toLocal8Bit().constData(), O_RDWR | O_NOCTTY | O_SYNC);
+    if (fd == -1) {
+        std::perror("FrontPanelComs::openPort() failed");
+        return false;
+    }
+    return true;
+}
+
+bool FrontPanelComms::setTTY() {
+    struct termios tty {};
+    if (::tcgetattr(fd, &tty) != 0) {
+        std::perror("FrontPanelComs::setTTY() tcgetattr() failed");
+        ::close(fd);
+        fd = -1;
+        return false;
+    }
+
+    // Raw polling mode: no output processing, no echo, no canonical line
+    // editing, no signal characters; a read returns at once with whatever has
+    // arrived (VMIN = VTIME = 0). The control flags, and so the line speed, are
+    // the device's own: the panel link's speed is fixed by its driver.
+    tty.c_iflag &= ~static_cast<tcflag_t>(IGNBRK);
+    tty.c_oflag = 0;
+    tty.c_lflag = 0;
+    tty.c_cc[VTIME] = 0;
+    tty.c_cc[VMIN] = 0;
+
+    if (::tcsetattr(fd, TCSANOW, &tty) != 0) {
+        std::perror("FrontPanelComs::setTTY() tcsetattr() failed");
+        ::close(fd);
+        fd = -1;
+        return false;
+    }
+    return true;
+}
+
+bool FrontPanelComms::sendLine(QString const& line) {
+    // Descriptor 0 is treated as closed too: the link is never standard input.
+    if (fd < 1) {
+        return false;
+    }
+    const QByteArray bytes = line.toLocal8Bit();
+    const ssize_t written = ::write(fd, bytes.constData(), static_cast<size_t>(bytes.size()));
+    if (written == -1) {
+        std::perror("FrontPanelComs::sendLine() failed");
+        return false;
+    }
+    bytesSent += static_cast<uint32_t>(written);
+    return true;
+}
+
+void FrontPanelComms::setLed(int led, int colour) {
+    // LEDs 0-15 are single LEDs; ff is the panel's number for all of them.
+    // Any number with bits 4-7 set goes out as ff (so the encoder knob's
+    // index 16 lights everything), while bits above 7 are simply dropped:
+    // 256 addresses LED 0. The mapping is deliberate; keep it.
+    const unsigned ledCode = (led & 0xF0) != 0 ? 0xFFu : static_cast<unsigned>(led & 0xFF);
+    const unsigned rgb = static_cast<unsigned>(colour) & 0xFFFFFFu;
+    sendLine(QStringLiteral("L%1%2\n")
+                 .arg(ledCode, 2, 16, QLatin1Char('0'))
+                 .arg(rgb, 6, 16, QLatin1Char('0')));
+}
+
+void FrontPanelComms::setBrightness(int level) {
+    const unsigned code = static_cast<unsigned>(level) & 0xFFu;
+    sendLine(QStringLiteral("B%1\n").arg(code, 2, 16, QLatin1Char('0')));
+}
+
+void FrontPanelComms::setAudioOutput() {
+    const int routing = (speaker ? 1 : 0) + (headphones ? 2 : 0);
+    sendLine(QStringLiteral("A%1\n").arg(routing));
+}
+
+void FrontPanelComms::setSpeaker(bool on) {
+    speaker = on;
+    setAudioOutput();
+}
+
+void FrontPanelComms::setHeadphones(bool on) {
+    headphones = on;
+    setAudioOutput();
+}
+
+bool FrontPanelComms::servicePort() {
+    const bool ok = fillReadQueue();
+    if (ok && !readQueue.empty()) {
+        processReadQueue();
+    }
+    return ok;
+}
+
+bool FrontPanelComms::fillReadQueue() {
+    char buffer[kReadChunk];
+    for (;;) {
+        // With VMIN = VTIME = 0 an idle line answers 0 at once; a closed
+        // descriptor answers -1. Either ends the drain, silently.
+        const ssize_t count = ::read(fd, buffer, sizeof buffer);
+        if (count < 1) {
+            return true;
+        }
+        bytesReceived += static_cast<uint32_t>(count);
+        readQueue.insert(readQueue.end(), buffer, buffer + count);
+    }
+}
+
+void FrontPanelComms::processReadQueue() {
+    for (;;) {
+        const auto newline = std::find(readQueue.begin(), readQueue.end(), '\n');
+        if (newline == readQueue.end()) {
+            return; // partial line: wait for the rest
+        }
+        QString line;
+        line.reserve(static_cast<int>(newline - readQueue.begin()));
+        for (auto it = readQueue.begin(); it != newline; ++it) {
+            line.append(QChar::fromLatin1(*it));
+        }
+        if (!line.isEmpty()) {
+            processReceivedLine(line);
+        }
+        readQueue.erase(readQueue.begin(), newline + 1);
+    }
+}
+
+bool FrontPanelComms::processReceivedLine(QString const& line) {
+    const char first = line.isEmpty() ? '\0' : line.at(0).toLatin1();
+    switch (first) {
+    case 'V':
+        return RXVersion(line);
+    case 'F':
+        return RXFPGAVersion(line);
+    case 'H':
+        return RXHeadphone(line);
+    case 'O':
+        if (line == QLatin1String("OK")) {
+            return true;
+        }
+        break;
+    default:
+        break;
+    }
+    std::cerr << "bool FrontPanelComms::processReceivedLine(const QString&)"
+              << ": \"" << line.toUtf8().constData() << "\" Unexpected" << std::endl;
+    return true;
+}
+
+bool FrontPanelComms::RXVersion(QString const& line) {
+    version = line;
+    return true;
+}
+
+bool FrontPanelComms::RXFPGAVersion(QString const& line) {
+    fpgaVersion = line;
+    return true;
+}
+
+bool FrontPanelComms::RXHeadphone(QString const& line) {
+    if (line.size() < 2) {
+        return false;
+    }
+    // A garbled number reads as 0, "out". A trailing carriage return from a
+    // CR-LF panel is tolerated by the conversion.
+    headphoneState = line.mid(1).toInt(nullptr, 10);
+    return true;
+}
