@@ -7,6 +7,8 @@
 
 #include <memory>
 
+#include "platform/axi/PlatformPaths.h"
+
 class PlatformSdk;
 class MiscellaneousRegisterApi;
 
@@ -15,6 +17,9 @@ public:
     // Builds the platform at the instrument's real device paths. Never throws
     // for a missing board: valid stays false.
     SelfTestFPGAComms();
+    // The same over other kernel interfaces (a register-window file, a GPIO
+    // tree of its own).
+    explicit SelfTestFPGAComms(Calvento::PlatformPaths const& paths);
     virtual ~SelfTestFPGAComms();
     SelfTestFPGAComms(SelfTestFPGAComms const&) = delete;
     SelfTestFPGAComms& operator=(SelfTestFPGAComms const&) = delete;

@@ -3,7 +3,10 @@
 // The factory's artifact repository: where results files go, and with which
 // credential. The HTTP work is NexusUpload's.
 
+#include <QByteArray>
 #include <QString>
+
+class NexusUpload;
 
 class ProductionArtifactsNexusRepo {
 public:
@@ -13,4 +16,16 @@ public:
     // Uploads filePath into targetDir of the production-artifacts repository,
     // three tries with a 10-second time-out each. True on success.
     bool upload(QString const& filePath, QString const& targetDir);
+
+    // The same through a caller's NexusUpload, whose key material is wiped
+    // again when this returns.
+    bool upload(NexusUpload& uploader, QString const& filePath, QString const& targetDir);
+
+    // The provisioned scheme and authority, e.g. "https://nexus.cv084.test".
+    static QString baseAddress();
+    // The components endpoint of the production-artifacts repository under
+    // the given base address.
+    static QString requestAddress(QString const& base);
+    // The provisioned, enciphered "user:password".
+    static QByteArray credentialBlock();
 };
