@@ -1,0 +1,348 @@
+#!/usr/bin/env python3
+"""Test artifact repository for the front panel test's results upload.
+
+A real HTTPS server that does what a Sonatype Nexus server's REST components
+interface does for a raw hosted repository, as far as the upload uses it:
+
+  POST /service/rest/v1/components?repository=vy_production_artifacts
+  Authorization: Basic base64(user:password)
+  multipart/form-data with raw.directory, raw.asset1 (the file) and
+  raw.asset1.filename
+
+answers 204 and stores the asset under STORAGE/<directory>/<filename>, with
+the directory normalised (no leading, trailing or doubled slashes). A wrong or
+missing credential gets 401, a missing part or repository 400 with a JSON list
+of errors, an unknown repository or path 404.
+
+Fault modes for tests: --mode error500 answers every request with 500;
+--mode hang reads the request and never answers. Every request is appended to
+--record-file as one JSON line (method, path, query, headers, body, parts with
+their headers and bodies, status) before it is answered.
+
+Once listening it prints "nexus_server: listening on https://HOST:PORT" on
+standard output (useful with --port 0).
+"""
+
+import argparse
+import base64
+import binascii
+import hmac
+import json
+import os
+import re
+import ssl
+import sys
+import tempfile
+import threading
+from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
+from urllib.parse import parse_qs, urlsplit
+
+COMPONENTS_PATH = "/service/rest/v1/components"
+REPOSITORIES = ("vy_production_artifacts",)
+REALM = 'BASIC realm="Sonatype Nexus Repository Manager"'
+
+
+class BadRequest(Exception):
+    def __init__(self, errors):
+        super().__init__(errors)
+        self.errors = errors
+
+
+def parse_multipart(body, boundary):
+    """Splits a multipart body into parts, keeping every header as sent."""
+    delimiter = b"--" + boundary
+    if not body.startswith(delimiter):
+        raise ValueError("body does not start with the boundary")
+    parts = []
+    pos = len(delimiter)
+    while True:
+        if body[pos:pos + 2] == b"--":
+            return parts
+        if body[pos:pos + 2] != b"\r\n":
+            raise ValueError("boundary not followed by CRLF")
+        pos += 2
+        end = body.find(b"\r\n" + delimiter, pos)
+        if end < 0:
+            raise ValueError("unterminated part")
+        chunk = body[pos:end]
+        if chunk.startswith(b"\r\n"):
+            head, content = b"", chunk[2:]
+        else:
+            head, separator, content = chunk.partition(b"\r\n\r\n")
+            if not separator:
+                raise ValueError("part without a blank line after its headers")
+        headers = []
+        for line in head.split(b"\r\n") if head else []:
+            name, colon, value = line.partition(b":")
+            if not colon:
+                raise ValueError("malformed part header")
+            headers.append([name.decode("latin-1"), value.strip().decode("latin-1")])
+        parts.append({"headers": headers, "body": content})
+        pos = end + 2 + len(delimiter)
+
+
+def disposition_params(headers):
+    for name, value in headers:
+        if name.lower() == "content-disposition":
+            return dict(re.findall(r';\s*([\w.\-]+)="([^"]*)"', value))
+    return {}
+
+
+def normalise(directory, filename):
+    """STORAGE-relative path of an asset, or None if it would leave STORAGE."""
+    segments = [s for s in (directory + "/" + filename).split("/") if s]
+    if not segments or any(s in (".", "..") for s in segments) or "\0" in filename:
+        return None
+    return "/".join(segments)
+
+
+class Handler(BaseHTTPRequestHandler):
+    protocol_version = "HTTP/1.1"
+    server_version = "Nexus/3 (test repository)"
+
+    def log_message(self, fmt, *args):
+        sys.stderr.write("nexus_server: %s %s\n" % (self.address_string(), fmt % args))
+
+    def read_body(self):
+        if "chunked" in self.headers.get("Transfer-Encoding", "").lower():
+            body = b""
+            while True:
+                size = int(self.rfile.readline().split(b";")[0].strip(), 16)
+                if size == 0:
+                    while self.rfile.readline() not in (b"\r\n", b"\n", b""):
+                        pass
+                    return body
+                body += self.rfile.read(size)
+                self.rfile.readline()
+        length = int(self.headers.get("Content-Length", "0") or "0")
+        return self.rfile.read(length) if length > 0 else b""
+
+    def record(self, body, parts, status):
+        split = urlsplit(self.path)
+        entry = {
+            "method": self.command,
+            "path": split.path,
+            "query": split.query,
+            "request_line": self.requestline,
+            "headers": [[name, value] for name, value in self.headers.items()],
+            "body_base64": base64.b64encode(body).decode("ascii"),
+            "parts": [
+                {
+                    "headers": part["headers"],
+                    "name": disposition_params(part["headers"]).get("name"),
+                    "filename": disposition_params(part["headers"]).get("filename"),
+                    "body_base64": base64.b64encode(part["body"]).decode("ascii"),
+                }
+                for part in parts
+            ],
+            "status": status,
+        }
+        self.server.write_record(entry)
+
+    def respond(self, status, payload=None, extra_headers=()):
+        self.send_response(status)
+        for name, value in extra_headers:
+            self.send_header(name, value)
+        if status != 204:
+            data = b"" if payload is None else payload
+            content_type = "application/json" if payload is not None and payload[:1] in (b"[", b"{") else "text/plain"
+            self.send_header("Content-Type", content_type)
+            self.send_header("Content-Length", str(len(data)))
+        self.end_headers()
+        if status != 204 and payload:
+            self.wfile.write(payload)
+
+    def hang(self):
+        # Accepted and read, never answered: wait for the client to give up.
+        self.close_connection = True
+        try:
+            self.connection.settimeout(None)
+            while self.connection.recv(4096):
+                pass
+        except (OSError, ssl.SSLError):
+            pass
+
+    def handle_request(self):
+        body = self.read_body()
+        parts = []
+        content_type = self.headers.get("Content-Type", "")
+        match = re.search(r'boundary="?([^";]+)"?', content_type)
+        parse_error = None
+        if content_type.lower().startswith("multipart/form-data") and match:
+            try:
+                parts = parse_multipart(body, match.group(1).encode("latin-1"))
+            except ValueError as error:
+                parse_error = str(error)
+
+        mode = self.server.mode
+        if mode == "hang":
+            self.record(body, parts, None)
+            self.hang()
+            return
+        if mode == "error500":
+            self.record(body, parts, 500)
+            self.respond(500, b"Internal Server Error")
+            return
+
+        status, payload, extra = self.decide(parts, content_type, match, parse_error)
+        self.record(body, parts, status)
+        self.respond(status, payload, extra)
+
+    def decide(self, parts, content_type, boundary, parse_error):
+        """Status, body and extra headers for a request in normal mode; stores the asset."""
+        if not self.authorised():
+            return 401, None, [("WWW-Authenticate", REALM)]
+        split = urlsplit(self.path)
+        if split.path != COMPONENTS_PATH:
+            return 404, None, []
+        if self.command != "POST":
+            return 405, None, [("Allow", "POST")]
+        repositories = parse_qs(split.query).get("repository", [])
+        if not repositories or not repositories[0]:
+            return self.errors([("PARAMETER repository", "may not be null")])
+        if repositories[0] not in REPOSITORIES:
+            return 404, json.dumps({"message": "Repository not found"}).encode(), []
+        if not content_type.lower().startswith("multipart/form-data") or not boundary:
+            return self.errors([("form", "Expected multipart/form-data")])
+        if parse_error is not None:
+            return self.errors([("form", "Malformed multipart body: " + parse_error)])
+
+        fields = {}
+        for part in parts:
+            name = disposition_params(part["headers"]).get("name")
+            if name is not None and name not in fields:
+                fields[name] = part["body"]
+        missing = []
+        if "raw.directory" not in fields:
+            missing.append(("directory", "Missing required component field 'Directory'"))
+        if "raw.asset1" not in fields:
+            missing.append(("asset1", "Missing required asset field 'File'"))
+        if "raw.asset1.filename" not in fields:
+            missing.append(("asset1.filename", "Missing required asset field 'Filename'"))
+        if missing:
+            return self.errors(missing)
+        try:
+            directory = fields["raw.directory"].decode("utf-8")
+            filename = fields["raw.asset1.filename"].decode("utf-8")
+        except UnicodeDecodeError:
+            return self.errors([("form", "Fields must be UTF-8")])
+        relative = normalise(directory, filename)
+        if relative is None:
+            return self.errors([("asset1.filename", "Invalid path")])
+        self.server.store(relative, fields["raw.asset1"])
+        return 204, None, []
+
+    def errors(self, pairs):
+        payload = json.dumps([{"id": i, "message": m} for i, m in pairs]).encode()
+        return 400, payload, []
+
+    def authorised(self):
+        header = self.headers.get("Authorization", "")
+        scheme, _, token = header.partition(" ")
+        if scheme.lower() != "basic":
+            return False
+        try:
+            given = base64.b64decode(token.strip(), validate=True)
+        except (binascii.Error, ValueError):
+            return False
+        return hmac.compare_digest(given, self.server.credential)
+
+    def do_POST(self):
+        self.handle_request()
+
+    def do_GET(self):
+        self.handle_request()
+
+    def do_PUT(self):
+        self.handle_request()
+
+
+class RepositoryServer(ThreadingHTTPServer):
+    daemon_threads = True
+    allow_reuse_address = True
+
+    def __init__(self, address, context, credential, storage, record_file, mode):
+        self.context = context
+        self.credential = credential
+        self.storage = storage
+        self.record_file = record_file
+        self.mode = mode
+        self.lock = threading.Lock()
+        super().__init__(address, Handler)
+
+    def finish_request(self, request, client_address):
+        # The handshake runs in the connection's own thread, so a client that
+        # never completes one holds up nobody else.
+        try:
+            tls = self.context.wrap_socket(request, server_side=True)
+        except (ssl.SSLError, OSError) as error:
+            sys.stderr.write("nexus_server: TLS handshake with %s failed: %s\n"
+                             % (client_address[0], error))
+            return
+        try:
+            self.RequestHandlerClass(tls, client_address, self)
+        finally:
+            try:
+                tls.close()
+            except OSError:
+                pass
+
+    def write_record(self, entry):
+        if not self.record_file:
+            return
+        line = json.dumps(entry, sort_keys=True) + "\n"
+        with self.lock, open(self.record_file, "a", encoding="utf-8") as out:
+            out.write(line)
+            out.flush()
+
+    def store(self, relative, data):
+        target = os.path.join(self.storage, *relative.split("/"))
+        with self.lock:
+            os.makedirs(os.path.dirname(target), exist_ok=True)
+            handle, temporary = tempfile.mkstemp(dir=os.path.dirname(target))
+            with os.fdopen(handle, "wb") as out:
+                out.write(data)
+            os.replace(temporary, target)
+
+
+def read_credential(path):
+    with open(path, "rb") as source:
+        data = source.read()
+    if data.endswith(b"\n"):
+        data = data[:-1]
+        if data.endswith(b"\r"):
+            data = data[:-1]
+    return data
+
+
+def main(argv=None):
+    parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
+    parser.add_argument("--host", default="127.0.0.1")
+    parser.add_argument("--port", type=int, default=443)
+    parser.add_argument("--cert", required=True, help="server certificate (PEM)")
+    parser.add_argument("--key", required=True, help="server private key (PEM)")
+    parser.add_argument("--credential-file", required=True,
+                        help="user:password accepted for basic authentication")
+    parser.add_argument("--storage-dir", required=True)
+    parser.add_argument("--record-file", default="", help="JSON lines, one per request")
+    parser.add_argument("--mode", choices=("normal", "error500", "hang"), default="normal")
+    args = parser.parse_args(argv)
+
+    context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)
+    context.load_cert_chain(args.cert, args.key)
+    os.makedirs(args.storage_dir, exist_ok=True)
+    server = RepositoryServer((args.host, args.port), context, read_credential(args.credential_file),
+                              args.storage_dir, args.record_file, args.mode)
+    host, port = server.server_address[:2]
+    print("nexus_server: listening on https://%s:%d" % (host, port), flush=True)
+    try:
+        server.serve_forever()
+    except KeyboardInterrupt:
+        pass
+    finally:
+        server.server_close()
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

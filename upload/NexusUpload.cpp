@@ -1,0 +1,155 @@
+#include "upload/NexusUpload.h"
+
+#include <exception>
+#include <memory>
+
+#include <QCoreApplication>
+#include <QDebug>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QFile>
+#include <QFileInfo>
+#include <QHttpMultiPart>
+#include <QHttpPart>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
+#include <QNetworkRequest>
+#include <QTimer>
+#include <QUrl>
+
+#include <openssl/crypto.h>
+
+#include "upload/CredentialCipher.h"
+#include "upload/Provisioning.h"
+#include "upload/SecureBytes.h"
+
+namespace {
+
+// While waiting for the reply the loop sleeps in the event dispatcher; this
+// tick bounds the sleep so that the time-out is noticed even when the server
+// sends nothing at all.
+constexpr int kWaitTickMs = 50;
+
+QHttpPart formField(QByteArray const& disposition, QByteArray const& body) {
+    QHttpPart part;
+    part.setHeader(QNetworkRequest::ContentDispositionHeader, disposition);
+    part.setBody(body);
+    return part;
+}
+
+} // namespace
+
+NexusUpload::NexusUpload() {
+    wipeKeys();
+}
+
+NexusUpload::~NexusUpload() {
+    wipeKeys();
+}
+
+void NexusUpload::createKeys() {
+    nexus::deriveKeyMaterial(nexus::provisioned::kKeySeed, nexus::provisioned::kKeyDiscard, key,
+                             iv);
+}
+
+void NexusUpload::wipeKeys() {
+    OPENSSL_cleanse(key.data(), key.size());
+    OPENSSL_cleanse(iv.data(), iv.size());
+}
+
+bool NexusUpload::upload(QByteArray const& credential, QString const& address,
+                         QString const& filePath, QString const& targetDir) {
+    createKeys();
+    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+        bool succeeded = false;
+        try {
+            succeeded = uploadSingleTry(credential, address, filePath, targetDir);
+        } catch (std::exception const&) {
+            // Only an allocation failure can get here; it costs this attempt,
+            // not the caller's results.
+            qDebug() << "nexusUpload() failed";
+        }
+        if (succeeded) {
+            wipeKeys();
+            return true;
+        }
+        qDebug() << "nexusUpload() failed - retrying";
+    }
+    wipeKeys();
+    qDebug() << "nexusUpload() failed - aborting";
+    return false;
+}
+
+bool NexusUpload::uploadSingleTry(QByteArray const& credential, QString const& address,
+                                  QString const& filePath, QString const& targetDir) {
+    nexus::SecureBytes plain;
+    if (!nexus::decipherCredential(reinterpret_cast<std::uint8_t const*>(credential.constData()),
+                                   static_cast<std::size_t>(credential.size()), key, iv, plain)) {
+        qDebug() << "nexusUpload() failed";
+        return false;
+    }
+
+    QString const fileName = QFileInfo(filePath).fileName();
+
+    // The file is read by the multipart body while the request is in flight,
+    // so it is declared first and outlives the body, the manager and the
+    // reply.
+    QFile file(filePath);
+    auto multiPart = std::make_unique<QHttpMultiPart>(QHttpMultiPart::FormDataType);
+    if (!file.open(QIODevice::ReadOnly)) {
+        qDebug() << "Could not open file";
+        return false;
+    }
+
+    QHttpPart asset;
+    asset.setHeader(
+        QNetworkRequest::ContentDispositionHeader,
+        QStringLiteral("form-data; name=\"raw.asset1\"; filename=\"%1\"").arg(fileName));
+    asset.setHeader(QNetworkRequest::ContentTypeHeader, QStringLiteral("text/plain"));
+    asset.setBodyDevice(&file);
+    multiPart->append(asset);
+    multiPart->append(formField("form-data; name=\"raw.directory\"", targetDir.toUtf8()));
+    multiPart->append(formField("form-data; name=\"raw.asset1.filename\"", fileName.toUtf8()));
+
+    QNetworkRequest request{QUrl(address)};
+    {
+        // fromRawData does not copy. The header value now belongs to the
+        // request (Qt keeps its own copies); what this function holds, the
+        // deciphered bytes and their base64 form, is zeroed before sending.
+        QByteArray encoded = QByteArray::fromRawData(reinterpret_cast<char const*>(plain.data()),
+                                                     static_cast<int>(plain.size()))
+                                 .toBase64();
+        request.setRawHeader("Authorization", QByteArray("Basic ") + encoded);
+        OPENSSL_cleanse(encoded.data(), static_cast<std::size_t>(encoded.size()));
+        plain.wipe();
+    }
+
+    QNetworkAccessManager manager;
+    std::unique_ptr<QNetworkReply> reply(manager.post(request, multiPart.get()));
+    if (!reply) {
+        qDebug() << "nexusUpload() manager.post(request, multiPart) == 0";
+        return false;
+    }
+    multiPart.release()->setParent(reply.get());
+
+    QTimer tick;
+    tick.start(kWaitTickMs);
+    QElapsedTimer timer;
+    timer.start();
+    while (!reply->isFinished()) {
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+        if (timer.elapsed() >= kReplyTimeoutMs) {
+            qDebug() << "nexusUpload() upload timeout.";
+            reply->abort();
+            return false;
+        }
+    }
+
+    file.close();
+    if (reply->error() != QNetworkReply::NoError) {
+        qDebug().noquote() << "nexusUpload() failed:" << reply->errorString();
+        return false;
+    }
+    qDebug() << "nexusUpload() successful";
+    return true;
+}

@@ -1,0 +1,33 @@
+#include "upload/ProductionArtifactsNexusRepo.h"
+
+#include "upload/NexusUpload.h"
+#include "upload/Provisioning.h"
+
+QString ProductionArtifactsNexusRepo::generateTargetDir(QString a, QString b, QString c) {
+    // One multi-argument arg(): a serial number that happens to contain "%2"
+    // stays as it is.
+    return QStringLiteral("/%1/%2/%3/").arg(a, b, c);
+}
+
+bool ProductionArtifactsNexusRepo::upload(QString const& filePath, QString const& targetDir) {
+    NexusUpload uploader;
+    return upload(uploader, filePath, targetDir);
+}
+
+bool ProductionArtifactsNexusRepo::upload(NexusUpload& uploader, QString const& filePath,
+                                          QString const& targetDir) {
+    return uploader.upload(credentialBlock(), requestAddress(baseAddress()), filePath, targetDir);
+}
+
+QString ProductionArtifactsNexusRepo::baseAddress() {
+    return QString::fromLatin1(nexus::provisioned::kBaseAddress);
+}
+
+QString ProductionArtifactsNexusRepo::requestAddress(QString const& base) {
+    return base + QStringLiteral("/service/rest/v1/components?repository=vy_production_artifacts");
+}
+
+QByteArray ProductionArtifactsNexusRepo::credentialBlock() {
+    auto const& block = nexus::provisioned::kCredentialBlock;
+    return QByteArray(reinterpret_cast<char const*>(block.data()), static_cast<int>(block.size()));
+}
