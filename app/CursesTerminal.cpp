@@ -1,0 +1,119 @@
+#include "app/CursesTerminal.h"
+
+#include <curses.h>
+#include <vector>
+
+#include "app/Termination.h"
+
+namespace {
+
+// A blocking read wakes this often to see whether a termination signal came
+// in (should the curses library restart the interrupted read itself).
+constexpr int kBlockingWakeMs = 250;
+
+attr_t cursesAttr(Terminal::Attr attr) {
+    switch (attr) {
+    case Terminal::Attr::Bold:
+        return A_BOLD;
+    case Terminal::Attr::Highlight:
+        return A_REVERSE;
+    case Terminal::Attr::Normal:
+        break;
+    }
+    return A_NORMAL;
+}
+
+} // namespace
+
+CursesTerminal::~CursesTerminal() {
+    stop();
+}
+
+void CursesTerminal::start() {
+    if (m_started)
+        return;
+    initscr();
+    cbreak();
+    noecho();
+    keypad(stdscr, TRUE);
+    timeout(0);
+    m_blocking = false;
+    m_started = true;
+}
+
+void CursesTerminal::stop() {
+    if (!m_started)
+        return;
+    endwin();
+    m_started = false;
+}
+
+void CursesTerminal::erase() {
+    if (m_started)
+        ::werase(stdscr);
+}
+
+void CursesTerminal::print(int row, int col, std::string const& text, Attr attr) {
+    if (!m_started || row < 0 || col < 0 || row >= LINES || col >= COLS)
+        return;
+    attr_t const a = cursesAttr(attr);
+    if (a != A_NORMAL)
+        wattron(stdscr, a);
+    // Clipped at the right edge: curses would otherwise wrap onto the next row.
+    mvwaddnstr(stdscr, row, col, text.c_str(), COLS - col);
+    if (a != A_NORMAL)
+        wattroff(stdscr, a);
+}
+
+void CursesTerminal::refresh() {
+    if (m_started)
+        ::wrefresh(stdscr);
+}
+
+void CursesTerminal::setInputMode(bool blocking, bool echo) {
+    m_blocking = blocking;
+    if (!m_started)
+        return;
+    if (echo)
+        ::echo();
+    else
+        ::noecho();
+    wtimeout(stdscr, blocking ? kBlockingWakeMs : 0);
+}
+
+int CursesTerminal::readKey() {
+    if (!m_started)
+        return kNoKey;
+    for (;;) {
+        int const ch = wgetch(stdscr);
+        if (ch != ERR)
+            return ch;
+        if (!m_blocking || fpt::terminationSignal() != 0)
+            return kNoKey;
+    }
+}
+
+std::string CursesTerminal::readWord(int maxChars) {
+    if (!m_started || maxChars <= 0)
+        return {};
+    // A line read must not time out half-way; a signal still ends it.
+    wtimeout(stdscr, -1);
+    std::vector<char> line(static_cast<std::size_t>(maxChars) * 4 + 1, '\0');
+    int const rc = wgetnstr(stdscr, line.data(), static_cast<int>(line.size()) - 1);
+    wtimeout(stdscr, m_blocking ? kBlockingWakeMs : 0);
+    if (rc == ERR)
+        return {};
+    return firstWord(line.data(), maxChars);
+}
+
+std::string CursesTerminal::firstWord(std::string const& line, int maxChars) {
+    auto const begin = line.find_first_not_of(" \t\n\r\v\f");
+    if (begin == std::string::npos || maxChars <= 0)
+        return {};
+    auto const end = line.find_first_of(" \t\n\r\v\f", begin);
+    std::string word =
+        line.substr(begin, end == std::string::npos ? std::string::npos : end - begin);
+    if (word.size() > static_cast<std::size_t>(maxChars))
+        word.resize(static_cast<std::size_t>(maxChars));
+    return word;
+}

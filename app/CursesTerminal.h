@@ -1,0 +1,34 @@
+#pragma once
+
+// The real operator terminal, through ncurses. The only place curses is
+// used. Frames are built with erase() and sent with one refresh(), so curses
+// only transmits the cells that changed: an idle screen costs nothing on a
+// slow serial console. The destructor gives the terminal back.
+
+#include "app/Terminal.h"
+
+class CursesTerminal : public Terminal {
+public:
+    CursesTerminal() = default;
+    ~CursesTerminal() override;
+    CursesTerminal(CursesTerminal const&) = delete;
+    CursesTerminal& operator=(CursesTerminal const&) = delete;
+
+    void start() override;
+    void stop() override;
+    bool isStarted() const override { return m_started; }
+    void erase() override;
+    void print(int row, int col, std::string const& text, Attr attr = Attr::Normal) override;
+    void refresh() override;
+    void setInputMode(bool blocking, bool echo) override;
+    int readKey() override;
+    std::string readWord(int maxChars) override;
+
+    // What scanf's "%<maxChars>s" takes from a typed line: leading blanks
+    // skipped, the first word, at most maxChars characters.
+    static std::string firstWord(std::string const& line, int maxChars);
+
+private:
+    bool m_started = false;
+    bool m_blocking = false;
+};

@@ -1,0 +1,194 @@
+#pragma once
+
+// Owns everything a test touches: the test list, the operator's terminal, the
+// panel's serial link, the two input-event devices, the FPGA tone control and
+// the results file. run() is the program's main loop; tests call back into the
+// manager for their screen, their keys and the panel's state.
+
+#include <QFile>
+#include <QString>
+#include <QTextStream>
+#include <array>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <vector>
+
+#include "app/Terminal.h"
+#include "app/UnitTest.h"
+#include "comms/EventDeviceComms.h"
+#include "comms/FrontPanelComms.h"
+#include "comms/SelfTestFPGAComms.h"
+
+class FrontPanelTestManager {
+public:
+    // What the shaft encoder drives.
+    enum ShaftEncoderMode : int32_t {
+        ShaftEncoderColours = 0, // current LED colour, 0..7, wrapping
+        ShaftEncoderVolume = 1,  // test-tone volume, 0..100
+        ShaftEncoderPitch = 2,   // test-tone pitch index, 0..48
+    };
+
+    static constexpr int32_t kDescriptionLines = 15;
+    static constexpr int32_t kPromptLines = 2;
+    static constexpr int32_t kLedColours = 8;
+    static constexpr int32_t kAllLeds = 255;
+    static constexpr int32_t kMaxMenuTests = 26;
+    static constexpr int32_t kPollMilliseconds = 100;
+
+    // selectUnitTest() results besides a test index.
+    static constexpr int kSelectQuit = -1;
+    static constexpr int kSelectUploadAndQuit = -2;
+
+    using Sleeper = std::function<void(int32_t milliseconds)>;
+    using Uploader = std::function<bool(QString const& filePath, QString const& targetDir)>;
+
+    // Everything the manager talks to. Empty members are filled with the real
+    // thing: the curses terminal, the devices at the instrument's paths, a real
+    // sleep and the production artifact repository.
+    struct Devices {
+        std::unique_ptr<Terminal> terminal;
+        std::unique_ptr<FrontPanelComms> panel;
+        std::unique_ptr<EventDeviceComms> keyboard;
+        std::unique_ptr<EventDeviceComms> encoder;
+        std::unique_ptr<SelfTestFPGAComms> selfTest;
+        Sleeper sleep;
+        Uploader upload;
+    };
+
+    FrontPanelTestManager();
+    explicit FrontPanelTestManager(Devices devices);
+    // Switches the panel's LEDs and audio off (if the link was opened) and
+    // gives the terminal back.
+    ~FrontPanelTestManager();
+    FrontPanelTestManager(FrontPanelTestManager const&) = delete;
+    FrontPanelTestManager& operator=(FrontPanelTestManager const&) = delete;
+
+    // ---- Test plan and run loop ----
+    void addUnitTest(std::shared_ptr<UnitTest> test);
+    std::vector<std::shared_ptr<UnitTest>> const& unitTests() const { return m_tests; }
+    // 0 after (Q)uit or (U)pload and quit; -1 when start-up failed or a test
+    // asked to quit at once.
+    int run();
+    // A test index, kSelectQuit or kSelectUploadAndQuit. May return an index
+    // past the last test; the caller shows the menu again then.
+    int selectUnitTest();
+    // First test not passed after the current one, wrapping round to the
+    // current one; the number of tests when all have passed.
+    int nextIncompleteTest() const;
+    int32_t currentTestIndex() const { return m_currentTest; }
+    void setCurrentTestIndex(int32_t index) { m_currentTest = index; }
+
+    // ---- Keys ----
+    // One poll: services the devices, redraws, reads a key without waiting.
+    // Serves "c", "v", "p", "h", "s" itself (returns -1 for them). With a key
+    // list (zero-ended, compared exactly as typed) returns a listed key or -1;
+    // without one, any key in lower case. -1 when there is no key.
+    int nonBlockingGetLowerCh(char const* validKeys = nullptr);
+    // Polls until nonBlockingGetLowerCh returns a key. An empty (not null) list
+    // never returns a key.
+    int getLowerCh(char const* validKeys = nullptr);
+    // Shows text as the prompt lines, then getLowerCh(validKeys).
+    int prompt(QString const& text, char const* validKeys = nullptr);
+
+    // ---- Test display ----
+    void title(QString const& text);
+    // Split at each newline; the first 15 lines are kept, the rest blanked.
+    void detail(QString const& text);
+    // The same with the two prompt lines (rows 19 and 21).
+    void updatePrompt(QString const& text);
+    QString const& titleText() const { return m_title; }
+    std::array<QString, kDescriptionLines> const& descriptionLines() const { return m_description; }
+    std::array<QString, kPromptLines> const& promptLines() const { return m_prompt; }
+    bool showingTestDisplay() const { return m_showTestDisplay; }
+
+    // Draws the test display or the debug display, whichever is selected.
+    void show();
+    void showTestSummary();
+    void debugFrontPanel();
+    void initDisplay();
+    void closeDisplay();
+
+    // ---- Panel state ----
+    // Services the serial link and both input devices, then sleeps.
+    void processEvents(int32_t milliseconds);
+    // Hands the encoder's value to whatever the current mode drives.
+    void processShaftEncoder();
+    // Lights the LED of the button pressed last in the current colour.
+    void showLeds();
+    // 1 when no button is down, else 0.
+    int buttonTestCheckForNoPress() const;
+    // 2 if index >= 17 or any other button is down, else 1 while the button
+    // is down and 0 when it is up.
+    int buttonTestCheckForExpected(unsigned int index) const;
+    void setLEDColour(int colour);
+    int32_t getLEDColour() const { return m_ledColour; }
+    // Values other than the three modes are ignored.
+    void setShaftEncoderMode(ShaftEncoderMode mode);
+    ShaftEncoderMode getShaftEncoderMode() const { return m_encoderMode; }
+    // Route bit 0 headphones, bit 1 speaker; volume 0, pitch 48, encoder on
+    // volume. Route 0 switches both outputs off.
+    void setupForAudioOutputTests(int route);
+    // 1 plugged in, 0 not, -1 not yet reported by the panel.
+    int32_t headphoneState() const;
+
+    // "WHITE", "YELLOW", ... for 0..7 (masked to 0..7).
+    static QString ledColourName(int colour);
+    // 24-bit RGB sent to the panel for colour 0..7 (masked to 0..7).
+    static int32_t ledColourValue(int colour);
+
+    FrontPanelComms& frontPanel() { return *m_panel; }
+    EventDeviceComms& keyboard() { return *m_keyboard; }
+    EventDeviceComms& encoder() { return *m_encoder; }
+    SelfTestFPGAComms& selfTestFPGA() { return *m_selfTest; }
+    Terminal& terminal() { return *m_terminal; }
+
+    // ---- Results file and board serial number ----
+    void setLogFileLocation(QString const& fileName);
+    QString const& logFileLocation() const { return m_logFileName; }
+    // Opens (truncating) and writes the five header lines.
+    bool createLogFile();
+    // Appends text as it stands and flushes at once.
+    void log(QString const& text);
+    // One "<state> - <name>" line per top-level test.
+    void logUnitTestResults();
+    QString enterBoardSerialNumber();
+    QString const& boardSerialNumber() const { return m_serialNumber; }
+
+private:
+    void showTestDisplay();
+    void showDebugDisplay();
+    void showDevs();
+    void showButtons();
+    void showAudio();
+    void showShaftEncoderMode();
+    void showColours();
+    void print(int row, int col, QString const& text, Terminal::Attr attr = Terminal::Attr::Normal);
+    int readKeyBlocking();
+    void checkTermination() const;
+    void switchPanelOff();
+    bool uploadResults();
+
+    QString m_logFileName = QStringLiteral("/tmp/log.txt");
+    QFile m_logFile;
+    QTextStream m_logStream;
+    std::unique_ptr<Terminal> m_terminal;
+    std::unique_ptr<FrontPanelComms> m_panel;
+    std::unique_ptr<EventDeviceComms> m_keyboard;
+    std::unique_ptr<EventDeviceComms> m_encoder;
+    std::unique_ptr<SelfTestFPGAComms> m_selfTest;
+    Sleeper m_sleep;
+    Uploader m_upload;
+    bool m_panelOpened = false;
+    int32_t m_lastLed = -1;
+    int32_t m_lastColourValue = -1;
+    QString m_serialNumber;
+    std::array<QString, kPromptLines> m_prompt;
+    std::array<QString, kDescriptionLines> m_description;
+    QString m_title;
+    int32_t m_currentTest = -1;
+    bool m_showTestDisplay = true;
+    std::vector<std::shared_ptr<UnitTest>> m_tests;
+    ShaftEncoderMode m_encoderMode = ShaftEncoderColours;
+    int32_t m_ledColour = 0;
+};

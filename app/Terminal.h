@@ -1,0 +1,42 @@
+#pragma once
+
+// The operator's screen and keyboard as the manager sees them: text placed at
+// row/column into a frame, one refresh per frame, single keys in. Curses lives
+// only behind this interface (CursesTerminal), so the screens and the run loop
+// can be driven by a scripted terminal in tests.
+
+#include <cstdint>
+#include <string>
+
+class Terminal {
+public:
+    // Returned by readKey() when no key is waiting (non-blocking mode), or
+    // when a blocking read was interrupted by a signal.
+    static constexpr int kNoKey = -1;
+
+    enum class Attr { Normal, Bold, Highlight };
+
+    virtual ~Terminal() = default;
+
+    // Take over the terminal (full screen) / give it back as it was. Both may
+    // be called when already in that state.
+    virtual void start() = 0;
+    virtual void stop() = 0;
+    virtual bool isStarted() const = 0;
+
+    // Start a new frame: everything not printed again before refresh() is
+    // blank afterwards. Never clears the physical screen, so only what changed
+    // is sent to the terminal.
+    virtual void erase() = 0;
+    // UTF-8 text at row/column (counted from 0); clipped at the screen edge.
+    virtual void print(int row, int col, std::string const& text, Attr attr = Attr::Normal) = 0;
+    virtual void refresh() = 0;
+
+    // Blocking reads wait for a key; non-blocking reads return kNoKey at once.
+    // Echo is for the screens that read typed text (menu, serial number).
+    virtual void setInputMode(bool blocking, bool echo) = 0;
+    virtual int readKey() = 0;
+    // Reads one blank-delimited word of at most maxChars characters, echoed,
+    // ended by Enter; an empty line gives an empty string.
+    virtual std::string readWord(int maxChars) = 0;
+};

@@ -1,0 +1,35 @@
+#pragma once
+
+// Orderly ending on SIGINT, SIGTERM and SIGHUP. The handler only records the
+// signal; the manager's key polls notice it and throw TerminationRequested,
+// so the stack unwinds: the panel's LEDs and audio are switched off and the
+// terminal is given back before the process ends.
+
+#include <exception>
+
+namespace fpt {
+
+class TerminationRequested : public std::exception {
+public:
+    explicit TerminationRequested(int signalNumber) : m_signal(signalNumber) {}
+    int signalNumber() const { return m_signal; }
+    char const* what() const noexcept override { return "termination requested by signal"; }
+
+private:
+    int m_signal;
+};
+
+// Installs the handlers without SA_RESTART, so a blocking terminal read
+// returns when a signal arrives. Call before the terminal is taken over.
+void installTerminationHandlers();
+// The signal received, or 0.
+int terminationSignal();
+// Forgets a received signal once it has been acted on.
+void clearTerminationRequest();
+// Throws TerminationRequested if a signal was received.
+void throwIfTerminationRequested();
+// Ends the process by the signal's default action, so the parent sees how it
+// ended.
+[[noreturn]] void endBySignal(int signalNumber);
+
+} // namespace fpt

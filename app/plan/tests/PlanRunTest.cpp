@@ -1,0 +1,246 @@
+// The whole plan under the manager's run loop: scripted operator, fake panel,
+// real results file.
+
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <algorithm>
+#include <cstdio>
+#include <gtest/gtest.h>
+
+#include "app/TestPlan.h"
+#include "app/plan/tests/PlanRig.h"
+
+namespace {
+
+using fpt::plan::testing::atCol;
+using fpt::plan::testing::PlanRig;
+using fpt::plan::testing::resultsLines;
+
+constexpr int kButtons = 17;
+
+class PlanRun : public ::testing::Test {
+public:
+    void SetUp() override {
+        ASSERT_TRUE(dir.isValid());
+        path = dir.filePath(QStringLiteral("results.txt"));
+        p.term().word("CV084-0042").key('y');
+        ASSERT_EQ(p.mgr().enterBoardSerialNumber().toStdString(), "CV084-0042");
+        p.mgr().setLogFileLocation(path);
+        addFrontPanelTestPlan(p.mgr(), true);
+        ASSERT_EQ(p.mgr().unitTests().size(), 5u);
+    }
+
+    UnitTest& test(std::size_t i) { return *p.mgr().unitTests().at(i); }
+    UnitTest& member(std::size_t i) {
+        auto const& group = dynamic_cast<UnitTestGroup&>(test(1));
+        return *group.unitTests().at(i);
+    }
+
+    // The five header lines, the start time checked for its form only.
+    void expectHeader(QStringList const& lines) {
+        ASSERT_GE(lines.size(), 5);
+        EXPECT_EQ(lines[0].toStdString(), "Front Panel Test Log");
+        EXPECT_EQ(lines[1].toStdString(), "~~~~~~~~~~~~~~~~~~~~");
+        EXPECT_EQ(lines[2].toStdString(), "");
+        EXPECT_TRUE(QRegularExpression(
+                        QStringLiteral("^Tests Started: \\d\\d:\\d\\d \\d\\d/\\d\\d/\\d{4}$"))
+                        .match(lines[3])
+                        .hasMatch())
+            << lines[3].toStdString();
+        EXPECT_EQ(lines[4].toStdString(), "Serial No: CV084-0042");
+    }
+
+    void scriptEncoderWalk() {
+        for (int turn : {1, 1, 1, 1, 1, 1, 1, -1, -1, -1, -1, -1, -1, -1})
+            p.term().action([this, turn] { p.turnUpNow(turn); }).noKey(2);
+    }
+    void scriptButton(int button) {
+        p.term().action([this, button] { p.rig.keyboard->pressNow(button); }).noKey();
+        p.term().action([this, button] { p.rig.keyboard->releaseNow(button); }).noKey();
+    }
+    void scriptAllButtons() {
+        for (int b = 0; b < kButtons; ++b)
+            scriptButton(b);
+    }
+    void reportJack(char const* line) {
+        p.term().action(
+            [this, line] { p.rig.panel->processReceivedLine(QString::fromLatin1(line)); });
+    }
+    // The summary after a finished test waits for any key.
+    void summary() { p.snap().term().key(' '); }
+
+    QTemporaryDir dir;
+    QString path;
+    PlanRig p;
+};
+
+TEST_F(PlanRun, FullPassingPlan) {
+    p.rig.panel->processReceivedLine(QStringLiteral("H0"));
+    scriptEncoderWalk();
+    p.term().key('y');
+    summary();
+    scriptAllButtons();
+    p.term().key('y');
+    summary();
+    reportJack("H1");
+    p.term().key('y');
+    reportJack("H0");
+    p.term().key('y');
+    summary();
+    p.term().action([this] { p.turnUpNow(5); }).noKey().key('y');
+    summary();
+    p.term().key('y');
+    summary();
+    p.snap().term().key('q');
+
+    EXPECT_EQ(p.mgr().run(), 0);
+    EXPECT_TRUE(p.term().scriptDone());
+
+    QStringList const lines = resultsLines(path);
+    expectHeader(lines);
+    EXPECT_EQ(lines.mid(5), (QStringList{QStringLiteral("PASSED  - Shaft Encoder Tests"),
+                                         QStringLiteral("PASSED  - Button Tests"),
+                                         QStringLiteral("PASSED  - Headphone Jack Detection Test"),
+                                         QStringLiteral("PASSED  - Speaker Output Test"),
+                                         QStringLiteral("PASSED  - Headphone Output Test")}));
+
+    char const* const names[] = {"Shaft Encoder Tests", "Button Tests",
+                                 "Headphone Jack Detection Test", "Speaker Output Test",
+                                 "Headphone Output Test"};
+    ASSERT_EQ(p.shots.size(), 6u);
+    for (std::size_t i = 0; i < 5; ++i) {
+        EXPECT_EQ(p.shotRow(i, 0), names[i]);
+        EXPECT_EQ(p.shotRow(i, 2), atCol(2, "PASSED: Test Completed"));
+        EXPECT_EQ(p.shotRow(i, 21), atCol(4, "Press Any Key to continue : "));
+    }
+    EXPECT_EQ(p.shotRow(5, 2), atCol(2, "1) PASSED  - Shaft Encoder Tests"));
+    EXPECT_EQ(p.shotRow(5, 3), atCol(2, "2) PASSED  - Button Tests"));
+    EXPECT_EQ(p.shotRow(5, 6), atCol(2, "5) PASSED  - Headphone Output Test"));
+
+    // Every button lit its own LED in white (the knob: all of them).
+    auto const leds = p.linesOf('L');
+    for (int b = 0; b < 16; ++b) {
+        char expected[16];
+        std::snprintf(expected, sizeof expected, "L%02xffffff\n", static_cast<unsigned>(b));
+        EXPECT_NE(std::find(leds.begin(), leds.end(), expected), leds.end()) << expected;
+    }
+    // Audio routing: speaker alone, off, headphones alone, off.
+    EXPECT_EQ(p.linesOf('A'), (std::vector<std::string>{"A0\n", "A1\n", "A1\n", "A0\n", "A2\n",
+                                                        "A2\n", "A0\n", "A0\n"}));
+    for (std::size_t i = 0; i < 18; ++i)
+        EXPECT_EQ(member(i).state, UnitTest::Passed) << i;
+}
+
+struct EndCase {
+    char const* name;
+    std::size_t start;        // the plan entry the run starts at
+    void (*script)(PlanRun&); // what the operator does there
+};
+
+// Names the case in test output instead of dumping its bytes.
+void PrintTo(EndCase const& c, std::ostream* os) {
+    *os << c.name;
+}
+
+// Runs that end at once, from inside a test: no result line is written, the
+// file keeps its header alone.
+class PlanRunEnds : public PlanRun, public ::testing::WithParamInterface<EndCase> {};
+
+TEST_P(PlanRunEnds, LeavesOnlyTheHeader) {
+    EndCase const& c = GetParam();
+    p.mgr().setCurrentTestIndex(static_cast<int32_t>(c.start));
+    c.script(*this);
+
+    EXPECT_EQ(p.mgr().run(), -1);
+    EXPECT_TRUE(p.term().scriptDone());
+    QStringList const lines = resultsLines(path);
+    expectHeader(lines);
+    EXPECT_EQ(lines.size(), 5);
+    EXPECT_FALSE(p.term().isStarted());
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Plan, PlanRunEnds,
+    ::testing::Values(EndCase{"SpeakerAnsweredNo", 3, [](PlanRun& r) { r.p.term().key('n'); }},
+                      EndCase{"HeadphoneOutputAnsweredNo", 4,
+                              [](PlanRun& r) { r.p.term().key('n'); }},
+                      EndCase{"HeadphoneStateUnknown", 2, [](PlanRun& r) { r.p.term().key('x'); }}),
+    fpt::plan::testing::CaseName{});
+
+// Quit from the third button: the group reports itself not completed, the
+// members before it keep their pass and those after it were never started.
+TEST_F(PlanRun, QuitInsideGroupLeavesLaterMembersUntouched) {
+    p.mgr().setCurrentTestIndex(1);
+    scriptButton(0);
+    scriptButton(1);
+    p.term().key('q');
+
+    EXPECT_EQ(p.mgr().run(), -1);
+    EXPECT_EQ(resultsLines(path).size(), 5);
+    EXPECT_EQ(test(1).state, UnitTest::NotRun);
+    EXPECT_EQ(test(1).result.toStdString(), "Test Not Completed");
+    EXPECT_EQ(member(0).state, UnitTest::Passed);
+    EXPECT_EQ(member(1).state, UnitTest::Passed);
+    EXPECT_EQ(member(2).state, UnitTest::NotRun);
+    EXPECT_EQ(member(2).name.toStdString(), "\"F2\" Button Test");
+    // Never started: its name is only set when it runs.
+    EXPECT_EQ(member(3).name.toStdString(), "");
+    EXPECT_EQ(member(3).result.toStdString(), "Test Not Run");
+    EXPECT_EQ(member(17).result.toStdString(), "Test Not Run");
+}
+
+// "m" inside the group goes to the menu; choosing the group again starts it
+// from its first member.
+TEST_F(PlanRun, MenuInsideGroupRestartsTheGroupFromItsFirstMember) {
+    p.mgr().setCurrentTestIndex(1);
+    scriptButton(0);
+    p.term().key('m');
+    p.snap().term().key('2');
+    p.snap().term().key('m');
+    p.term().key('q');
+
+    EXPECT_EQ(p.mgr().run(), 0);
+    EXPECT_TRUE(p.term().scriptDone());
+    ASSERT_EQ(p.shots.size(), 2u);
+    EXPECT_EQ(p.shotRow(0, 0), "Select Front Panel Test");
+    EXPECT_EQ(p.shotRow(0, 3), atCol(2, "2) Not Run - Button Tests"));
+    EXPECT_EQ(p.shotRow(1, 0), "\"Calvento\" Button Test");
+    EXPECT_EQ(p.shotRow(1, 5), atCol(2, "1. Press and release \"*Calvento*\" button"));
+
+    EXPECT_EQ(test(1).result.toStdString(), "Test Not Completed");
+    EXPECT_EQ(member(0).state, UnitTest::NotRun);
+    QStringList const lines = resultsLines(path);
+    expectHeader(lines);
+    // The encoder test never ran, so it has no name yet.
+    EXPECT_EQ(lines.mid(5),
+              (QStringList{QStringLiteral("Not Run - "), QStringLiteral("Not Run - Button Tests"),
+                           QStringLiteral("Not Run - Headphone Jack Detection Test"),
+                           QStringLiteral("Not Run - Speaker Output Test"),
+                           QStringLiteral("Not Run - Headphone Output Test")}));
+}
+
+// "d" at the LED question opens the debug display; back from it, the group
+// runs again from its first button, the other members keeping their passes.
+TEST_F(PlanRun, DebugInsideGroupRerunsTheGroup) {
+    p.mgr().setCurrentTestIndex(1);
+    scriptAllButtons();
+    p.term().key('d');
+    p.snap().term().keys("xq");
+    p.term().key('y');
+    p.snap().term().key('q');
+
+    EXPECT_EQ(p.mgr().run(), -1);
+    EXPECT_TRUE(p.term().scriptDone());
+    ASSERT_EQ(p.shots.size(), 2u);
+    EXPECT_EQ(p.shotRow(0, 0).rfind("Front Panel Test App - ARM Version : ", 0), 0u);
+    EXPECT_EQ(p.shotRow(0, 21), atCol(4, "Press (Y) to return to tests : "));
+    EXPECT_EQ(p.shotRow(1, 0), "\"Calvento\" Button Test");
+
+    EXPECT_EQ(member(17).state, UnitTest::NotRun);
+    EXPECT_EQ(member(17).result.toStdString(), "Test Not Completed");
+    EXPECT_EQ(member(0).state, UnitTest::NotRun);
+    EXPECT_EQ(member(1).state, UnitTest::Passed);
+    EXPECT_EQ(member(16).state, UnitTest::Passed);
+}
+
+} // namespace
