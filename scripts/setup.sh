@@ -11,7 +11,7 @@ PACKAGES=(
     libncurses-dev
     libgtest-dev libgmock-dev
     # the emulated instrument and the end-to-end tests
-    libfuse3-dev fuse3 bubblewrap tmux python3 util-linux procps
+    libfuse3-dev fuse3 bubblewrap tmux python3 util-linux procps iproute2
 )
 
 missing=()

@@ -1,0 +1,191 @@
+#!/usr/bin/env python3
+"""front_panel_test's running costs, measured on the emulated instrument.
+
+  start-up     program start to the serial-number prompt on its terminal
+  latency      a button going down on the keyboard device to the LED line
+               for it on the serial port (debug display, two buttons in turn)
+  idle CPU     the program's user + system time over a quiet stretch, as a
+               share of one core
+  idle output  bytes the program writes to its terminal per second then
+  peak RSS     VmHWM at the end of the run
+
+Runs inside the emulated instrument; usage: benchmark.py PROGRAM [--json FILE]
+"""
+
+import argparse
+import json
+import os
+import random
+import statistics
+import subprocess
+import sys
+import time
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), ".."))
+import cv084emu  # noqa: E402
+
+TMUX = ["tmux", "-L", "fpt-bench-0"]
+
+
+def tmux(*args, check=True):
+    return subprocess.run(TMUX + list(args), check=check, capture_output=True, text=True).stdout
+
+
+def screen():
+    return tmux("capture-pane", "-p", "-t", "b")
+
+
+def wait_text(text, timeout=20.0, poll=0.005):
+    deadline = time.monotonic() + timeout
+    while text not in screen():
+        if time.monotonic() > deadline:
+            raise RuntimeError(f"{text!r} never appeared:\n{screen()}")
+        time.sleep(poll)
+    return time.monotonic()
+
+
+def program_pid():
+    for pid in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            with open(f"/proc/{pid}/comm") as f:
+                if f.read().strip() == "front_panel_tes":
+                    return int(pid)
+        except OSError:
+            pass
+    raise RuntimeError("front_panel_test is not running")
+
+
+def cpu_seconds(pid):
+    """CPU time of every thread, in nanosecond resolution (schedstat)."""
+    total = 0
+    for tid in os.listdir(f"/proc/{pid}/task"):
+        with open(f"/proc/{pid}/task/{tid}/schedstat") as f:
+            total += int(f.read().split()[0])
+    return total / 1e9
+
+
+def status_kib(pid, key):
+    with open(f"/proc/{pid}/status") as f:
+        for line in f:
+            if line.startswith(key + ":"):
+                return int(line.split()[1])
+    return 0
+
+
+def percentile(values, p):
+    ordered = sorted(values)
+    k = (len(ordered) - 1) * p / 100.0
+    lo = int(k)
+    hi = min(lo + 1, len(ordered) - 1)
+    return ordered[lo] + (ordered[hi] - ordered[lo]) * (k - lo)
+
+
+def start(program, run):
+    tmux("kill-server", check=False)
+    TMUX[2] = f"fpt-bench-{run}"  # a fresh server for every start
+    conf = "/tmp/fpt-bench.tmux.conf"
+    with open(conf, "w") as f:
+        f.write("set -g remain-on-exit on\nset -g default-terminal screen\n")
+    began = time.monotonic()
+    tmux("-f", conf, "new-session", "-d", "-s", "b", "-x", "80", "-y", "24", program)
+    return began
+
+
+def main():
+    p = argparse.ArgumentParser()
+    p.add_argument("program")
+    p.add_argument("--json", default="")
+    p.add_argument("--starts", type=int, default=5)
+    p.add_argument("--presses", type=int, default=60)
+    p.add_argument("--idle-seconds", type=float, default=10.0)
+    args = p.parse_args()
+    results = {}
+
+    # Start-up, several cold starts of the program (the instrument stays up).
+    startups = []
+    for run in range(args.starts):
+        began = start(args.program, run)
+        startups.append((wait_text("Enter CV084 PCB Serial No:") - began) * 1000)
+    results["startup_ms_median"] = statistics.median(startups)
+    results["startup_ms_max"] = max(startups)
+
+    tmux("send-keys", "-t", "b", "-l", "BENCH1")
+    tmux("send-keys", "-t", "b", "Enter")
+    wait_text('You Entered "BENCH1"')
+    tmux("send-keys", "-t", "b", "-l", "y")
+    wait_text("Shaft Encoder Tests")
+    pid = program_pid()
+
+    # Idle: the shaft encoder test waiting for the knob, nothing happening.
+    out = "/tmp/fpt-bench.terminal"
+    open(out, "w").close()
+    time.sleep(1.0)
+    tmux("pipe-pane", "-o", "-t", "b", f"cat >> {out}")
+    time.sleep(0.5)
+    size0, cpu0, t0 = os.path.getsize(out), cpu_seconds(pid), time.monotonic()
+    time.sleep(args.idle_seconds)
+    size1, cpu1, t1 = os.path.getsize(out), cpu_seconds(pid), time.monotonic()
+    results["idle_cpu_percent"] = 100.0 * (cpu1 - cpu0) / (t1 - t0)
+    results["idle_terminal_bytes_per_s"] = (size1 - size0) / (t1 - t0)
+
+    # Latency, on the debug display: each press of the other button moves
+    # the lit LED there.
+    emu = cv084emu.Emulator()
+    tmux("send-keys", "-t", "b", "-l", "d")
+    wait_text("Press (Y) to return to tests")
+    time.sleep(0.3)
+    tmux("pipe-pane", "-t", "b")
+    if os.path.getsize(out) <= size1:
+        raise RuntimeError("the terminal capture saw no output when the screen changed")
+    emu.press("f1", 150)
+    time.sleep(0.3)
+    latencies = []
+    for n in range(args.presses):
+        index = 2 if n % 2 == 0 else 1
+        want = f"L{index:02x}"
+        start_line = emu.traffic()["next"]
+        time.sleep(random.uniform(0.0, 0.1))  # any phase of the 100 ms poll
+        down = emu.press(index, 150)
+        deadline = time.monotonic() + 2.0
+        found = None
+        while found is None and time.monotonic() < deadline:
+            for line in emu.traffic(start_line)["lines"]:
+                if line["dir"] == "host" and line["text"].startswith(want) and \
+                        line["t_us"] >= down and line["text"][3:] != "000000":
+                    found = line["t_us"]
+                    break
+            else:
+                time.sleep(0.01)
+        if found is None:
+            raise RuntimeError(f"no LED line for button {index} after its press")
+        latencies.append((found - down) / 1000.0)
+        time.sleep(0.12)
+    results["latency_ms_p50"] = percentile(latencies, 50)
+    results["latency_ms_p99"] = percentile(latencies, 99)
+    results["latency_ms_max"] = max(latencies)
+    results["latency_samples"] = len(latencies)
+
+    results["peak_rss_kib"] = status_kib(pid, "VmHWM")
+    tmux("send-keys", "-t", "b", "-l", "y")
+    wait_text("Shaft Encoder Tests")
+    tmux("send-keys", "-t", "b", "-l", "q")
+    tmux("kill-server", check=False)
+    emu.close()
+
+    print(f"start-up to serial prompt: median {results['startup_ms_median']:.0f} ms,"
+          f" max {results['startup_ms_max']:.0f} ms ({args.starts} starts)")
+    print(f"button -> LED line latency: p50 {results['latency_ms_p50']:.1f} ms,"
+          f" p99 {results['latency_ms_p99']:.1f} ms, max {results['latency_ms_max']:.1f} ms"
+          f" ({len(latencies)} presses)")
+    print(f"idle CPU: {results['idle_cpu_percent']:.2f} % of one core"
+          f" ({args.idle_seconds:.0f} s)")
+    print(f"idle terminal output: {results['idle_terminal_bytes_per_s']:.1f} bytes/s")
+    print(f"peak RSS: {results['peak_rss_kib'] / 1024:.1f} MiB")
+    if args.json:
+        with open(args.json, "w") as f:
+            json.dump(results, f, indent=2)
+    return 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# benchmark.sh [--build-dir DIR]: front_panel_test's start-up time, button
+# to LED latency, idle CPU and terminal output, and peak memory, measured
+# on the emulated instrument. Takes about a minute.
+set -euo pipefail
+HERE=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+ROOT=$(cd "$HERE/../.." && pwd)
+BUILD_DIR=${FPT_BUILD_DIR:-$ROOT/build/release}
+if [[ ${1:-} == --build-dir ]]; then
+    BUILD_DIR=$2
+    shift 2
+fi
+BUILD_DIR=$(cd "$BUILD_DIR" && pwd)
+exec "$HERE/run-in-emulator.sh" --build-dir "$BUILD_DIR" --no-nexus -- \
+    python3 "$HERE/bench/benchmark.py" "$BUILD_DIR/app/front_panel_test" "$@"

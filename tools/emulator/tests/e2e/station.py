@@ -1,0 +1,182 @@
+"""An operator at the test station: the program in a terminal (tmux), the
+emulated front panel under their hands (the emulator's control socket).
+
+Runs inside the emulated instrument (run-in-emulator.sh).
+"""
+
+import glob
+import os
+import re
+import subprocess
+import sys
+import time
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", ".."))
+import cv084emu  # noqa: E402
+
+TMUX = ["tmux", "-L", "fpt-e2e"]
+RESULTS_DIR = "/home/transfer/log"
+STATE_DIR = os.environ.get("CV084_EMU_STATE", "/run/cv084-emu/state")
+COLOURS = ["WHITE", "YELLOW", "CYAN", "GREEN", "MAGENTA", "RED", "BLUE", "BLACK"]
+RGB = ["ffffff", "ffff00", "00ffff", "00ff00", "ff00ff", "ff0000", "0000ff", "000000"]
+BUTTON_LABELS = ["Calvento", "F1", "F2", "F3", "F4", "F5", "F6", "F7", "F8", "F9", "F10",
+                 "Down", "Left", "Up", "Right", "OK", "Shaft Encoder"]
+
+
+class ScreenTimeout(AssertionError):
+    pass
+
+
+def program_path():
+    return os.environ["FPT_PROGRAM"]
+
+
+def program_stacks():
+    """Where each running front_panel_test process is waiting, for failure reports."""
+    report = []
+    for pid in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            with open(f"/proc/{pid}/comm") as f:
+                if not f.read().startswith("front_panel_tes"):
+                    continue
+            with open(f"/proc/{pid}/status") as f:
+                stack = "".join(line for line in f if line.startswith(("State", "PPid")))
+            for tid in os.listdir(f"/proc/{pid}/task"):
+                with open(f"/proc/{pid}/task/{tid}/stack") as f:
+                    stack += f"thread {tid}:\n" + f.read()
+            with open(f"/proc/{pid}/wchan") as f:
+                report.append(f"pid {pid} waits in {f.read()}:\n{stack}")
+        except OSError:
+            continue
+    for pid in filter(str.isdigit, os.listdir("/proc")):
+        try:
+            with open(f"/proc/{pid}/status") as f:
+                head = [l.strip() for l in f if l.startswith(("Name", "State", "PPid", "SigBlk", "SigIgn", "SigCgt"))]
+            with open(f"/proc/{pid}/wchan") as f:
+                report.append(f"{pid}: {' '.join(head)} wchan {f.read()}")
+        except OSError:
+            continue
+    return "\n".join(report)
+
+
+class Station:
+    """One run of front_panel_test in an 80x24 terminal."""
+
+    def __init__(self, *args, timeout=10.0):
+        self.timeout = timeout
+        self.emu = cv084emu.Emulator()
+        self.traffic_start = self.emu.traffic()["next"]
+        subprocess.run(TMUX + ["kill-server"], stderr=subprocess.DEVNULL)
+        # The operator's shell runs the program and notes its exit status.
+        self.status_file = "/tmp/fpt-e2e.status"
+        if os.path.exists(self.status_file):
+            os.unlink(self.status_file)
+        cmd = " ".join([program_path()] + [f"'{a}'" for a in args])
+        cmd = f"sh -c \"{cmd}; echo \\$? > {self.status_file}.new; mv {self.status_file}.new {self.status_file}\""
+        # The pane must stay after the program ends, so that its last words
+        # and exit status can be read: set before the program starts.
+        conf = "/tmp/fpt-e2e.tmux.conf"
+        with open(conf, "w") as f:
+            f.write("set -g remain-on-exit on\nset -g default-terminal screen\n")
+        subprocess.run(TMUX + ["-f", conf, "new-session", "-d", "-s", "fpt", "-x", "80",
+                               "-y", "24", cmd], check=True)
+
+    def close(self):
+        subprocess.run(TMUX + ["kill-server"], stderr=subprocess.DEVNULL)
+        self.emu.close()
+
+    # --- the terminal ----------------------------------------------------
+    def screen(self):
+        out = subprocess.run(TMUX + ["capture-pane", "-p", "-t", "fpt"], check=True,
+                             capture_output=True, text=True).stdout
+        rows = out.split("\n")[:24]
+        return [r.rstrip() for r in rows] + [""] * (24 - len(rows))
+
+    def row(self, n):
+        return self.screen()[n]
+
+    def dump(self):
+        return "\n".join(f"{i:2d}|{r}" for i, r in enumerate(self.screen()))
+
+    def wait_for(self, text, row=None, timeout=None, regex=False):
+        """Waits until `text` is on the screen (on `row` if given); returns the screen."""
+        deadline = time.monotonic() + (timeout or self.timeout)
+        while True:
+            screen = self.screen()
+            rows = [screen[row]] if row is not None else screen
+            for r in rows:
+                if (re.search(text, r) if regex else text in r):
+                    return screen
+            if time.monotonic() > deadline:
+                raise ScreenTimeout(f"waited for {text!r} on row {row}:\n{self.dump()}")
+            time.sleep(0.05)
+
+    def wait_row(self, n, exact, timeout=None):
+        """Waits until row n reads exactly `exact` (trailing blanks ignored)."""
+        deadline = time.monotonic() + (timeout or self.timeout)
+        while self.row(n) != exact.rstrip():
+            if time.monotonic() > deadline:
+                raise ScreenTimeout(f"row {n}: wanted {exact!r}:\n{self.dump()}")
+            time.sleep(0.05)
+
+    def type(self, text):
+        subprocess.run(TMUX + ["send-keys", "-t", "fpt", "-l", text], check=True)
+
+    def key(self, name):
+        subprocess.run(TMUX + ["send-keys", "-t", "fpt", name], check=True)
+
+    def exited(self):
+        """None while the program runs, else its exit status (128 + n: ended by signal n)."""
+        try:
+            with open(self.status_file) as f:
+                return int(f.read())
+        except (OSError, ValueError):
+            return None
+
+    def wait_exit(self, timeout=None):
+        deadline = time.monotonic() + (timeout or self.timeout)
+        while (status := self.exited()) is None:
+            if time.monotonic() > deadline:
+                raise ScreenTimeout(f"program still running:\n{self.dump()}\n{program_stacks()}")
+            time.sleep(0.05)
+        return status
+
+    # --- the operator's routines -------------------------------------------
+    def enter_serial(self, serial):
+        self.wait_row(14, " " * 10 + "Enter CV084 PCB Serial No:")
+        self.type(serial)
+        self.key("Enter")
+        self.wait_row(16, " " * 10 + f'You Entered "{serial}"')
+        self.wait_row(18, " " * 10 + "Is that correct? (Y/n):")
+        self.type("y")
+
+    def wait_idle(self):
+        """Gives the program time for a few of its 100 ms key polls."""
+        time.sleep(0.4)
+
+    def led(self, index):
+        return self.emu.state()["leds"][index]
+
+    def host_lines(self):
+        lines = self.emu.traffic(self.traffic_start)["lines"]
+        return [l["text"] for l in lines if l["dir"] == "host"]
+
+    # --- the results ---------------------------------------------------------
+    def results_files(self):
+        return sorted(glob.glob(os.path.join(RESULTS_DIR, "front_panel_test_*.txt")))
+
+
+def results_header(serial):
+    return ["Front Panel Test Log", "~" * 20, "", "Tests Started: <time>", f"Serial No: {serial}"]
+
+
+def read_results(path):
+    """The file's lines, with the start time checked and masked."""
+    with open(path, encoding="utf-8") as f:
+        text = f.read()
+    assert text.endswith("\n"), "results file does not end with a newline"
+    lines = text.split("\n")[:-1]
+    if len(lines) >= 4:
+        assert re.fullmatch(r"Tests Started: \d\d:\d\d \d\d/\d\d/\d{4}", lines[3]), lines[3]
+        lines[3] = "Tests Started: <time>"
+    return lines

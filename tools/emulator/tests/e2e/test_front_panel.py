@@ -1,0 +1,616 @@
+#!/usr/bin/env python3
+"""front_panel_test end to end, as an operator runs it on the emulated
+instrument: keys on the terminal, buttons, knob and jack on the panel.
+
+Each case is started by CTest in a fresh emulated instrument; the
+instrument's start-up options (design, jack) are given to the launcher and
+repeated here through EXPECT_* variables.
+"""
+
+import filecmp
+import glob
+import json
+import os
+import sys
+import time
+import unittest
+
+sys.path.insert(0, os.path.dirname(os.path.realpath(__file__)))
+from station import (BUTTON_LABELS, COLOURS, RGB, STATE_DIR, Station,  # noqa: E402
+                      read_results, results_header)
+
+SERIAL = "A12345"
+PLAN = ["Shaft Encoder Tests", "Button Tests", "Headphone Jack Detection Test",
+        "Speaker Output Test", "Headphone Output Test"]
+VOLUME_STEP = 41943
+TONE_CLOCK = 202500000
+
+
+def period_for(frequency):
+    return TONE_CLOCK // frequency - 1
+
+
+def pitch_frequency(index):
+    return int(256.0 * pow(1.0594630943592953, index))
+
+
+def place(*items):
+    """One screen row from (column, text) pairs, as curses draws it."""
+    row = [" "] * 80
+    for col, text in items:
+        row[col:col + len(text)] = list(text)
+    return "".join(row[:80]).rstrip()
+
+
+SHORT_LABELS = ["CalvBtn", "F1", "F2", "F3", "F4", "F5", "F6", "F7", "F8", "F9", "F10", "Down",
+                "Left", "Up", "Right", "OK", "ShftEnc"]
+
+
+def buttons_row(row, pushed=None, text="Push"):
+    """Row 5 + n of the debug display: three buttons, at columns 4, 23 and 41."""
+    items = []
+    for k, col in enumerate((4, 23, 41)):
+        index = (row - 5) * 3 + k
+        if index < 17:
+            state = text if index == pushed else ""
+            items.append((col, "%-7s : %-4s" % (SHORT_LABELS[index], state)))
+    return place(*items)
+
+
+def audio_row(headphones, speaker, jack):
+    return place((0, "(H)eadphones: On " if headphones else "(H)eadphones: Off"),
+                 (18, "(S)peaker: On " if speaker else "(S)peaker: Off"),
+                 (35, "Headphones: " + jack))
+
+
+def colours_row(current):
+    plain = ["  white  ", " yellow  ", "  cyan   ", "  green  ", " magenta ", "   red   ",
+             "  blue   ", "  black  "]
+    bold = ["[ WHITE ]", "[YELLOW ]", "[ CYAN  ]", "[ GREEN ]", "[MAGENTA]", "[  RED  ]",
+            "[ BLUE  ]", "[ BLACK ]"]
+    return place(*[(2 + 9 * i, bold[i] if i == current else plain[i]) for i in range(8)])
+
+
+def device_row(path, tx, rx):
+    return place((4, "%-28s  : TX(%8d) RX(%8d)" % (path, tx, rx)))
+
+
+def result_lines(states):
+    return [f"{s} - {name}" for s, name in zip(states, PLAN)]
+
+
+class OperatorCase(unittest.TestCase):
+    args = ()
+
+    def setUp(self):
+        # Cases that share one instrument start from an empty results folder.
+        for old in glob.glob("/home/transfer/log/front_panel_test_*"):
+            os.unlink(old)
+        self.uploads_before = len(self.uploads())
+        self.st = Station(*self.args)
+
+    def tearDown(self):
+        self.st.close()
+
+    # --- helpers, each one screen of the program ---------------------------
+    def wait_until(self, predicate, what, timeout=3.0):
+        deadline = time.monotonic() + timeout
+        while not predicate():
+            if time.monotonic() > deadline:
+                tones = self.st.emu.tones()["tones"][-12:]
+                self.fail(f"{what}; state {self.st.emu.state()}\nlast register changes"
+                          f" {tones}\n{self.st.dump()}")
+            time.sleep(0.05)
+
+    def turn(self, detents, interval_ms=150):
+        """Turns the knob, then waits until the program has read every detent,
+        so that a key typed next is not taken before the last of them."""
+        self.st.emu.turn(detents, interval_ms)
+        self.wait_until(lambda: self.st.emu.state()["mouse"]["queued"] == 0, "detents read")
+
+    def leds_all(self, rgb):
+        return all(led == rgb for led in self.st.emu.state()["leds"])
+
+    def summary(self, name, result):
+        st = self.st
+        st.wait_row(0, name)
+        st.wait_row(2, "  " + result)
+        st.wait_row(21, "    Press Any Key to continue :")
+        st.type("x")
+
+    def menu(self, states, names=PLAN):
+        st = self.st
+        st.wait_row(0, "Select Front Panel Test")
+        for i, (state, name) in enumerate(zip(states, names)):
+            st.wait_row(i + 2, f"  {i + 1}) {state} - {name}")
+        st.wait_row(21, "      Selection, (Q)uit, (U)pload and quit :")
+
+    def shaft_encoder_turns(self):
+        st = self.st
+        st.wait_row(0, "Shaft Encoder Tests")
+        st.wait_row(21, "     (M)enu, (D)ebug, (Q)uit:")
+        steps = [(t - 1, t, "Clockwise", 1) for t in range(1, 8)]
+        steps += [(t + 1, t, "Anticlockwise", -1) for t in range(6, -1, -1)]
+        for start, target, way, detent in steps:
+            st.wait_row(6, f"  1. Turn the Shaft Encoder One Step *{way}* from"
+                           f" *{COLOURS[start]}* to *{COLOURS[target]}*")
+            # Outside the button tests no button is lit last, so the colour
+            # goes to every LED at once.
+            self.wait_until(lambda: self.leds_all(RGB[start]), f"all LEDs {COLOURS[start]}")
+            self.turn(detent)
+        self.wait_until(lambda: self.leds_all(RGB[0]), "all LEDs back to white")
+        st.wait_row(19, "    Do all of the LEDs light up and do the colours change uniformly?")
+        st.wait_row(21, "     (Y)es (N)o :")
+
+    def press_button(self, index):
+        st = self.st
+        label = BUTTON_LABELS[index]
+        st.wait_row(0, f'"{label}" Button Test')
+        st.wait_row(5, f'  1. Press and release "*{label}*" button')
+        st.wait_row(6, "  3. Check that all LEDs light up" if index == 16 else
+                    "  3. Check that it's LED lights up")
+        st.wait_row(21, "     (M)enu, (D)ebug, (Q)uit:")
+        st.emu.press(index)
+
+    def check_button_led(self, index):
+        if index == 16:  # the knob's number means every LED
+            self.wait_until(lambda: self.leds_all("ffffff"), "knob lights every LED")
+            return
+        self.wait_until(lambda: self.st.led(index) == "ffffff", f"LED {index} white")
+        if index > 0:
+            self.wait_until(lambda: self.st.led(index - 1) == "000000", f"LED {index - 1} off")
+
+    def buttons_pass(self, first=0):
+        for index in range(first, 17):
+            self.press_button(index)
+            self.check_button_led(index)
+
+    def confirm_leds(self, answer):
+        st = self.st
+        st.wait_row(0, "Confirm the LED behaviour")
+        st.wait_row(2, "  1. Did the LED's light up as expected?")
+        st.wait_row(19, "    (M)enu, (D)ebug, (Q)uit - (Y)es/ (N)o:")
+        st.type(answer)
+
+    def plug_step(self, plug):
+        st = self.st
+        st.wait_row(0, "Headphone Jack Detection Test")
+        st.wait_row(2, "     This test is to ensure that the headphone presence can be correctly")
+        st.wait_row(3, "     identifed.")
+        st.wait_row(5, "  1. Plug the Headphones into the Headphone Jack" if plug else
+                    "  1. Unplug the Headphones from the Headphone Jack")
+        st.wait_row(19, "    Press (Y) to continue")
+        st.wait_row(21, "    (M)enu, (D)ebug, (Q)uit - (Y)es:")
+        st.emu.jack(plug)
+        st.wait_idle()
+        st.type("y")
+
+    def audio_screen(self, name, routing):
+        st = self.st
+        st.wait_row(0, name)
+        st.wait_row(19, "    Can you hear an audio output?")
+        st.wait_row(21, "    (M)enu, (D)ebug, (Q)uit - (Y)es/ (N)o:")
+        # Only the chosen output, silent, at the top pitch (index 48, 4096 Hz).
+        self.wait_until(lambda: self.st.emu.state()["routing"] == routing, f"routing {routing}")
+        tone = st.emu.state()["tone"]
+        self.assertEqual(tone["volume_raw"], 0)
+        self.assertEqual(tone["period"], period_for(4096))
+        self.assertEqual(tone["high"], int(float(period_for(4096)) * 0.5))
+
+    def volume_is(self, percent):
+        raw = (VOLUME_STEP * percent) & 0x3FFFFF
+        self.wait_until(lambda: self.st.emu.state()["tone"]["volume_raw"] == raw,
+                        f"volume register {raw} ({percent} %)")
+
+    def pitch_is(self, index):
+        period = period_for(pitch_frequency(index))
+        self.wait_until(lambda: self.st.emu.state()["tone"]["period"] == period,
+                        f"tone period {period} (pitch {index})")
+
+    def leave_shaft_test_for_menu(self):
+        self.st.enter_serial(SERIAL)
+        self.st.wait_row(0, "Shaft Encoder Tests")
+        self.st.type("m")
+
+    def finish(self, status):
+        self.assertEqual(self.st.wait_exit(), status, self.st.dump())
+        files = self.st.results_files()
+        self.assertEqual(len(files), 1, files)
+        self.assertRegex(files[0], rf"^/home/transfer/log/front_panel_test_{SERIAL}"
+                                   r"-\d{8}-\d{6}\.txt$")
+        return files[0]
+
+    def panel_left_dark_and_quiet(self):
+        # The manager's destructor turns every LED and both outputs off.
+        self.wait_until(lambda: self.leds_all("000000"), "every LED off at exit")
+        self.assertEqual(self.st.emu.state()["routing"], 0)
+
+    def uploads(self):
+        path = os.path.join(STATE_DIR, "nexus-requests.jsonl")
+        if not os.path.exists(path):
+            return []
+        with open(path) as f:
+            requests = [json.loads(line) for line in f if line.strip()]
+        return requests[getattr(self, "uploads_before", 0):]
+
+
+class FullPlan(OperatorCase):
+    def test_whole_plan_passes_and_is_uploaded(self):
+        st = self.st
+        st.enter_serial(SERIAL)
+        # The panel was set up: version and jack asked, outputs off, all
+        # LEDs off, full brightness.
+        self.wait_until(lambda: st.emu.state()["brightness"] == 255, "brightness 255")
+        self.assertEqual(st.host_lines()[:5], ["V", "H", "A0", "Lff000000", "Bff"])
+        state = st.emu.state()
+        self.assertTrue(state["keyboard"]["grabbed"])
+        self.assertTrue(state["mouse"]["grabbed"])
+
+        self.shaft_encoder_turns()
+        st.type("y")
+        self.summary("Shaft Encoder Tests", "PASSED: Test Completed")
+
+        self.buttons_pass()
+        self.confirm_leds("y")
+        self.summary("Button Tests", "PASSED: Test Completed")
+
+        self.plug_step(True)
+        self.plug_step(False)
+        self.summary("Headphone Jack Detection Test", "PASSED: Test Completed")
+
+        self.audio_screen("Speaker Output Test", 1)
+        self.turn(5)
+        self.volume_is(5)
+        st.type("y")
+        self.summary("Speaker Output Test", "PASSED: Test Completed")
+        self.wait_until(lambda: st.emu.state()["routing"] == 2, "headphones only")
+        self.audio_screen("Headphone Output Test", 2)
+        self.turn(3)
+        self.volume_is(3)
+        st.type("y")
+        self.summary("Headphone Output Test", "PASSED: Test Completed")
+
+        self.menu(["PASSED "] * 5)
+        st.type("u")
+        path = self.finish(0)
+        self.assertIn(f"Log filename: {path}", "\n".join(st.screen()))
+        self.assertNotIn("Nexus Upload Failed", "\n".join(st.screen()))
+        self.assertEqual(read_results(path), results_header(SERIAL) + result_lines(["PASSED "] * 5))
+        self.panel_left_dark_and_quiet()
+
+        # The repository holds the same file under /CV084/<serial>/front_panel_test/.
+        name = os.path.basename(path)
+        stored = os.path.join(STATE_DIR, "nexus", "CV084", SERIAL, "front_panel_test", name)
+        self.assertTrue(os.path.exists(stored), os.listdir(os.path.join(STATE_DIR, "nexus")))
+        self.assertTrue(filecmp.cmp(path, stored, shallow=False))
+        requests = self.uploads()
+        self.assertEqual(len(requests), 1)
+        self.assertEqual(requests[0]["status"], 204)
+
+        # The logger reached syslog as user facility under the results
+        # folder's "vyapp" identity, in the program's own line format.
+        logged = [l for l in st.emu.syslog()["lines"] if "vyapp" in l]  # not tmux's own
+        self.assertTrue(logged)
+        for line in logged:
+            self.assertRegex(line, r"^<(8|9|10|11|12|13|14|15)>\w{3} [ \d]\d \d\d:\d\d:\d\d "
+                                   r"/home/transfer/log/vyapp: \[\d\d/\d\d/\d\d\]\[tid:\d+\]"
+                                   r"\[[TDIWEC]\]> ")
+
+
+class ButtonRetry(OperatorCase):
+    def test_button_failed_retried_and_rerun_from_menu(self):
+        st = self.st
+        self.leave_shaft_test_for_menu()
+        self.menu(["Not Run"] * 5)
+        st.type("2")
+
+        # Calvento expected, F5 pressed: the test fails and offers a retry.
+        st.wait_row(5, '  1. Press and release "*Calvento*" button')
+        st.emu.press("f5")
+        st.wait_row(19, '    ERROR: "Calvento" was not the last button pressed')
+        st.wait_row(21, "     (M)enu, (D)ebug, (R)etry or (Q)uit :")
+        st.type("r")
+        self.press_button(0)
+        self.check_button_led(0)
+
+        # F1 passes; F2 is held with F3: a second button fails it too.
+        self.press_button(1)
+        st.wait_row(5, '  1. Press and release "*F2*" button')
+        st.emu.hold("f2")
+        st.wait_idle()
+        st.emu.press("f3")
+        st.emu.release("f2")
+        st.wait_row(19, '    ERROR: "F2" was not the last button pressed')
+        st.type("m")
+        # Left mid-way: the group is not completed.
+        self.menu(["Not Run"] * 5)
+        st.type("2")
+
+        # From the menu the group starts again at its first button.
+        self.buttons_pass()
+        self.confirm_leds("n")
+        self.summary("Button Tests", "FAILED: 1 failed out of 18")
+        # The next incomplete test follows; go back and pass the group.
+        st.wait_row(0, "Headphone Jack Detection Test")
+        st.type("m")
+        self.menu(["Not Run", "FAIL!! ", "Not Run", "Not Run", "Not Run"])
+        st.type("2")
+        self.buttons_pass()
+        self.confirm_leds("y")
+        self.summary("Button Tests", "PASSED: Test Completed")
+        st.wait_row(0, "Headphone Jack Detection Test")
+        st.type("m")
+        self.menu(["Not Run", "PASSED ", "Not Run", "Not Run", "Not Run"])
+        st.type("q")
+        path = self.finish(0)
+        self.assertEqual(read_results(path), results_header(SERIAL) + result_lines(
+            ["Not Run", "PASSED ", "Not Run", "Not Run", "Not Run"]))
+        self.assertEqual(self.uploads(), [])
+        self.panel_left_dark_and_quiet()
+
+
+class SelfTestImageMissing(OperatorCase):
+    def test_refused_without_x(self):
+        st = self.st
+        status = st.wait_exit()
+        screen = st.screen()
+        self.assertIn("ERROR: You dont have the appropriate FPGA test bit file loaded", screen)
+        at = screen.index("ERROR: You dont have the appropriate FPGA test bit file loaded")
+        self.assertEqual(screen[at + 1:at + 4], ["You can load the bit file by running...",
+                                                 "program_fpga_selftest.sh", ""])
+        self.assertEqual(status, 1)
+        self.assertEqual(st.results_files(), [])
+        tone = st.emu.state()["tone"]
+        self.assertEqual((tone["volume_raw"], tone["period"]), (0, 0))
+
+
+class SelfTestImageMissingWithX(OperatorCase):
+    args = ("-x",)
+
+    def test_runs_but_audio_tests_fail(self):
+        st = self.st
+        self.leave_shaft_test_for_menu()
+        self.menu(["Not Run"] * 5)
+        st.type("4")
+        # Without the image both audio tests are stand-ins that log a failure.
+        self.summary("Speaker Output Test", "Test Not Run")
+        self.summary("Headphone Output Test", "Test Not Run")
+        st.wait_row(0, "Shaft Encoder Tests")
+        st.type("m")
+        self.menu(["Not Run"] * 5)
+        st.type("q")
+        path = self.finish(0)
+        self.assertEqual(read_results(path), results_header(SERIAL) + [
+            "FAIL!! - Speaker Output Test", "FAIL!! - Headphone Output Test"] +
+            result_lines(["Not Run"] * 5))
+        # The program never touched the tone generator or the volume.
+        tone = st.emu.state()["tone"]
+        self.assertEqual((tone["volume_raw"], tone["high"], tone["period"]), (0, 0, 0))
+
+
+class HeadphoneJack(OperatorCase):
+    def test_jack_test_from_the_starting_state(self):
+        st = self.st
+        jack_in = os.environ.get("EXPECT_JACK", "out") == "in"
+        self.leave_shaft_test_for_menu()
+        self.menu(["Not Run"] * 5)
+        st.type("3")
+        if jack_in:
+            self.plug_step(False)
+            self.plug_step(True)
+        else:
+            # Answering before plugging in is caught, and retried.
+            st.wait_row(5, "  1. Plug the Headphones into the Headphone Jack")
+            st.wait_row(19, "    Press (Y) to continue")
+            st.type("y")
+            st.wait_row(19, "    ERROR: Headphones appear to be connected?")
+            st.wait_row(21, "    (M)enu, (D)ebug, (Q)uit (R)etry :")
+            st.type("r")
+            self.plug_step(True)
+            self.plug_step(False)
+        self.summary("Headphone Jack Detection Test", "PASSED: Test Completed")
+        st.wait_row(0, "Speaker Output Test")
+        st.type("m")
+        self.menu(["Not Run", "Not Run", "PASSED ", "Not Run", "Not Run"])
+        st.type("q")
+        path = self.finish(0)
+        self.assertEqual(read_results(path), results_header(SERIAL) + result_lines(
+            ["Not Run", "Not Run", "PASSED ", "Not Run", "Not Run"]))
+
+
+class AudioTests(OperatorCase):
+    def test_knob_and_keys_move_volume_and_pitch(self):
+        st = self.st
+        self.leave_shaft_test_for_menu()
+        self.menu(["Not Run"] * 5)
+        st.type("4")
+        self.audio_screen("Speaker Output Test", 1)
+        self.turn(10)
+        self.volume_is(10)
+        self.turn(-3)
+        self.volume_is(7)
+        self.turn(-9, 60)  # clamps at 0
+        self.volume_is(0)
+        self.turn(7, 60)
+        self.volume_is(7)
+        st.type("p")  # the knob now sets the pitch, from index 48
+        st.wait_idle()
+        self.turn(-12, 60)
+        self.pitch_is(36)
+        self.assertEqual(pitch_frequency(36), 2048)
+        self.turn(-35, 40)
+        self.pitch_is(1)  # 271 Hz: 256 x 2^(1/12), truncated
+        self.turn(-5, 40)
+        self.pitch_is(0)  # 256 Hz, clamped
+        self.volume_is(7)
+        st.type("v")  # back to the volume, from where it was
+        st.wait_idle()
+        self.turn(2)
+        self.volume_is(9)
+        self.pitch_is(0)
+        st.type("h")  # the headphones join the speaker
+        self.wait_until(lambda: st.emu.state()["routing"] == 3, "speaker and headphones")
+        st.type("s")
+        self.wait_until(lambda: st.emu.state()["routing"] == 2, "headphones only")
+        st.type("s")
+        self.wait_until(lambda: st.emu.state()["routing"] == 3, "both again")
+        st.type("y")
+        self.summary("Speaker Output Test", "PASSED: Test Completed")
+        # The next test sets up afresh: headphones only, silent, top pitch.
+        self.audio_screen("Headphone Output Test", 2)
+        self.turn(4)
+        self.volume_is(4)
+        # "n" ends the whole run at once: no result lines at all.
+        st.type("n")
+        path = self.finish(255)
+        self.assertEqual(read_results(path), results_header(SERIAL))
+        self.assertEqual(self.uploads(), [])
+        self.panel_left_dark_and_quiet()
+
+
+class QuitPaths(OperatorCase):
+    def test_quit_in_shaft_encoder_test_writes_no_results(self):
+        st = self.st
+        st.enter_serial(SERIAL)
+        st.wait_row(6, "  1. Turn the Shaft Encoder One Step *Clockwise* from *WHITE* to *YELLOW*")
+        st.type("q")
+        path = self.finish(255)
+        self.assertEqual(read_results(path), results_header(SERIAL))
+        self.assertEqual(self.uploads(), [])
+        self.panel_left_dark_and_quiet()
+
+    def test_quit_in_headphone_test_writes_no_results(self):
+        st = self.st
+        self.leave_shaft_test_for_menu()
+        self.menu(["Not Run"] * 5)
+        st.type("3")
+        st.wait_row(19, "    Press (Y) to continue")
+        st.type("q")
+        path = self.finish(255)
+        self.assertEqual(read_results(path), results_header(SERIAL))
+
+    def test_quit_in_button_test_writes_no_results(self):
+        st = self.st
+        self.leave_shaft_test_for_menu()
+        self.menu(["Not Run"] * 5)
+        st.type("2")
+        self.press_button(0)
+        self.press_button(1)
+        st.wait_row(5, '  1. Press and release "*F2*" button')
+        st.type("q")
+        path = self.finish(255)
+        self.assertEqual(read_results(path), results_header(SERIAL))
+
+
+class JackUnknown(OperatorCase):
+    def test_undetectable_jack_ends_the_run_without_results(self):
+        st = self.st
+        self.leave_shaft_test_for_menu()
+        self.menu(["Not Run"] * 5)
+        st.type("3")
+        st.wait_row(19, "    ERROR: The Headphone State cannot be detected!")
+        st.wait_row(21, "     Any key to Quit :")
+        st.type("k")
+        path = self.finish(255)
+        self.assertEqual(read_results(path), results_header(SERIAL))
+
+
+class UploadFails(OperatorCase):
+    def test_upload_without_repository_reports_and_keeps_results(self):
+        st = self.st
+        self.leave_shaft_test_for_menu()
+        self.menu(["Not Run"] * 5)
+        st.type("u")
+        st.wait_for("Nexus Upload Failed, are you connected to the network?", timeout=60)
+        path = self.finish(0)
+        self.assertEqual(read_results(path), results_header(SERIAL) + result_lines(["Not Run"] * 5))
+
+
+class UploadRejected(OperatorCase):
+    def test_three_attempts_then_failure_reported(self):
+        st = self.st
+        self.leave_shaft_test_for_menu()
+        self.menu(["Not Run"] * 5)
+        st.type("u")
+        st.wait_for("Nexus Upload Failed, are you connected to the network?", timeout=60)
+        path = self.finish(0)
+        requests = self.uploads()
+        self.assertEqual([r["status"] for r in requests], [500, 500, 500])
+        self.assertEqual(read_results(path), results_header(SERIAL) + result_lines(["Not Run"] * 5))
+        self.assertFalse(os.listdir(os.path.join(STATE_DIR, "nexus")))
+
+
+class UploadUnanswered(OperatorCase):
+    def test_silent_repository_costs_three_timeouts(self):
+        st = self.st
+        self.leave_shaft_test_for_menu()
+        self.menu(["Not Run"] * 5)
+        began = time.monotonic()
+        st.type("u")
+        st.wait_for("Nexus Upload Failed, are you connected to the network?", timeout=60)
+        waited = time.monotonic() - began
+        self.assertGreaterEqual(waited, 30.0)  # three attempts of 10 s each
+        self.assertLess(waited, 40.0)
+        self.finish(0)
+        self.assertEqual(len(self.uploads()), 3)
+
+
+class DebugDisplay(OperatorCase):
+    def test_debug_display_follows_the_panel_live(self):
+        st = self.st
+        st.enter_serial(SERIAL)
+        st.wait_row(0, "Shaft Encoder Tests")
+        st.type("d")
+        st.wait_row(0, "Front Panel Test App - ARM Version : V1.4.0   FPGA  Version : F0.9.2")
+        st.wait_for(r"^    /dev/cv084_app {16}: TX\( +[1-9]\d*\) RX\( +[1-9]\d*\)$", row=1,
+                    regex=True)
+        st.wait_row(2, device_row("/dev/input/cv084_fp_keyboard", 0, 0))
+        st.wait_row(3, device_row("/dev/input/cv084_fp_mouse", 0, 0))
+        for row in range(5, 11):
+            st.wait_row(row, buttons_row(row))
+        st.wait_row(12, audio_row(False, False, "Out"))
+        st.wait_row(15, colours_row(0))
+        st.wait_row(21, "    Press (Y) to return to tests :")
+
+        st.emu.hold("f3")
+        st.wait_row(6, buttons_row(6, pushed=3))
+        st.emu.release("f3")
+        st.wait_row(6, buttons_row(6))
+        # press, release: each a key event and its SYN_REPORT, plus the scan codes
+        st.wait_for(r"cv084_fp_keyboard  : TX\(       0\) RX\( +[1-9]\d*\)", row=2, regex=True)
+        st.emu.hold("knob", repeat=True)
+        st.wait_row(10, buttons_row(10, pushed=16, text="Auto"))
+        st.emu.release("knob")
+        st.wait_row(10, buttons_row(10))
+
+        st.emu.jack(True)
+        st.wait_row(12, audio_row(False, False, "In"))
+        st.emu.jack(False)
+        st.wait_row(12, audio_row(False, False, "Out"))
+        st.type("h")
+        st.wait_row(12, audio_row(True, False, "Out"))
+        self.wait_until(lambda: st.emu.state()["routing"] == 2, "headphones on")
+        st.type("s")
+        st.wait_row(12, audio_row(True, True, "Out"))
+        self.wait_until(lambda: st.emu.state()["routing"] == 3, "both on")
+
+        self.turn(2)
+        st.wait_row(15, colours_row(2))
+        self.wait_until(lambda: self.leds_all(RGB[2]), "every LED cyan")
+        st.type("v")
+        st.wait_idle()
+        self.turn(4)
+        st.wait_for(r" \(V\)olume:   4 ", row=14, regex=True)
+        self.volume_is(4)
+        st.wait_row(15, colours_row(2))  # the colour stays while the knob sets the volume
+
+        st.type("y")
+        st.wait_row(0, "Shaft Encoder Tests")
+        # Back on the test display: the test starts again, from white.
+        st.wait_row(6, "  1. Turn the Shaft Encoder One Step *Clockwise* from *WHITE* to *YELLOW*")
+        st.type("q")
+        self.assertEqual(st.wait_exit(), 255)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
