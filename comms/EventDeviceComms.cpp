@@ -1,4 +1,5 @@
 #include "comms/EventDeviceComms.h"
+#include "comms/PolledRead.h"
 
 #include <algorithm>
 #include <cstdio>
@@ -9,8 +10,6 @@
 #include <utility>
 
 namespace {
-
-constexpr size_t kReadChunk = 32;
 
 // One kernel record: 16 bytes on the 32-bit ARM controller, 24 on a 64-bit
 // development host. Always taken from the kernel's own structure.
@@ -68,17 +67,8 @@ bool EventDeviceComms::servicePort() {
 }
 
 bool EventDeviceComms::fillReadQueue() {
-    char buffer[kReadChunk];
-    for (;;) {
-        // Non-blocking: an idle device answers -1 (EAGAIN) at once, as does a
-        // closed descriptor. Either ends the drain, silently.
-        const ssize_t count = ::read(fd, buffer, sizeof buffer);
-        if (count < 1) {
-            return true;
-        }
-        bytesReceived += static_cast<uint32_t>(count);
-        readQueue.insert(readQueue.end(), buffer, buffer + count);
-    }
+    comms::drainInto(fd, readQueue, bytesReceived);
+    return true;
 }
 
 void EventDeviceComms::processReadQueue() {

@@ -1,4 +1,5 @@
 #include "comms/FrontPanelComms.h"
+#include "comms/PolledRead.h"
 
 #include <QByteArray>
 #include <QChar>
@@ -13,7 +14,6 @@
 namespace {
 
 // The panel's reads are drained in small chunks; a line seldom exceeds this.
-constexpr size_t kReadChunk = 32;
 
 } // namespace
 
@@ -135,17 +135,8 @@ bool FrontPanelComms::servicePort() {
 }
 
 bool FrontPanelComms::fillReadQueue() {
-    char buffer[kReadChunk];
-    for (;;) {
-        // With VMIN = VTIME = 0 an idle line answers 0 at once; a closed
-        // descriptor answers -1. Either ends the drain, silently.
-        const ssize_t count = ::read(fd, buffer, sizeof buffer);
-        if (count < 1) {
-            return true;
-        }
-        bytesReceived += static_cast<uint32_t>(count);
-        readQueue.insert(readQueue.end(), buffer, buffer + count);
-    }
+    comms::drainInto(fd, readQueue, bytesReceived);
+    return true;
 }
 
 void FrontPanelComms::processReadQueue() {
