@@ -42,8 +42,22 @@ ln -s /proc/self/fd/1 /dev/stdout
 ln -s /proc/self/fd/2 /dev/stderr
 umount -l $RUN/hostdev
 
+# The repository and its build may themselves live under /tmp or /home (a CI
+# clone can): keep them reachable at the same paths once those are replaced.
+kept=()
+for dir in "$ROOT" "$BUILD_DIR"; do
+    case $dir in /tmp/* | /home/*) kept+=("$dir") ;; esac
+done
+for i in "${!kept[@]}"; do
+    mkdir -p $RUN/kept/$i
+    mount --bind "${kept[$i]}" $RUN/kept/$i
+done
 mount -t tmpfs -o mode=1777 cv084-tmp /tmp
 mount -t tmpfs -o mode=755 cv084-home /home
+for i in "${!kept[@]}"; do
+    mkdir -p "${kept[$i]}"
+    mount --bind $RUN/kept/$i "${kept[$i]}"
+done
 mkdir -p /home/transfer
 mount --bind $RUN/state/transfer /home/transfer
 
