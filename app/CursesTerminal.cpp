@@ -1,5 +1,7 @@
 #include "app/CursesTerminal.h"
 
+#include <algorithm>
+
 #include <curses.h>
 #include <vector>
 
@@ -98,12 +100,20 @@ std::string CursesTerminal::readWord(int maxChars) {
         return {};
     // A line read must not time out half-way; a signal still ends it.
     wtimeout(stdscr, -1);
-    std::vector<char> line(static_cast<std::size_t>(maxChars) * 4 + 1, '\0');
-    int const rc = wgetnstr(stdscr, line.data(), static_cast<int>(line.size()) - 1);
+    std::size_t const capacity = static_cast<std::size_t>(maxChars) * 4;
+    std::string typed;
+    int rc = OK;
+    // ncurses ends a line read early, with KEY_RESIZE, when the window changes
+    // size: keep what was typed so far and go on reading the same answer.
+    do {
+        std::vector<char> line(capacity - std::min(typed.size(), capacity) + 1, '\0');
+        rc = wgetnstr(stdscr, line.data(), static_cast<int>(line.size()) - 1);
+        typed += line.data();
+    } while (rc == KEY_RESIZE && typed.size() < capacity);
     wtimeout(stdscr, m_blocking ? kBlockingWakeMs : 0);
     if (rc == ERR)
         return {};
-    return firstWord(line.data(), maxChars);
+    return firstWord(typed, maxChars);
 }
 
 std::string CursesTerminal::firstWord(std::string const& line, int maxChars) {

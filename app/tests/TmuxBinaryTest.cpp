@@ -75,6 +75,10 @@ public:
         return false;
     }
     void sendKeys(std::string const& keys) const { runCommand(tmux() + " send-keys -t t " + keys); }
+    void resize(int columns, int rows) const {
+        runCommand(tmux() + " resize-window -t t -x " + std::to_string(columns) + " -y " +
+                   std::to_string(rows));
+    }
     // The program's pid: the child of the pane's shell.
     std::string programPid() const {
         std::string const shell = runCommand(tmux() + " display -p -t t '#{pane_pid}'");
@@ -140,6 +144,22 @@ TEST(RealProgram, WithoutImageCheckAsksForTheSerialNumberThenFailsOnTheMissingPa
     std::string const serialLine = "\nSerial No: AB12\n";
     ASSERT_GT(log.size(), serialLine.size()) << log;
     EXPECT_EQ(log.substr(log.size() - serialLine.size()), serialLine) << log;
+}
+
+// Operators resize or re-attach their terminal; the window changing size while
+// they type the serial number must not end the answer early.
+TEST(RealProgram, ResizeDuringSerialEntryKeepsWhatWasTyped) {
+    QTemporaryDir dir;
+    std::string const results = QDir(dir.path()).filePath(QStringLiteral("r.txt")).toStdString();
+    TmuxSession s("-x -f " + results);
+    ASSERT_TRUE(s.waitFor("Enter CV084 PCB Serial No:")) << s.screen();
+    s.sendKeys("-l SN12");
+    ASSERT_TRUE(s.waitFor("Serial No: SN12")) << s.screen();
+    s.resize(100, 30);
+    s.sendKeys("-l 34");
+    s.sendKeys("Enter");
+    ASSERT_TRUE(s.waitFor("Is that correct?")) << s.screen();
+    EXPECT_NE(s.screen().find("You Entered \"SN1234\""), std::string::npos) << s.screen();
 }
 
 TEST(RealProgram, SigtermAtTheSerialPromptRestoresTheTerminal) {
