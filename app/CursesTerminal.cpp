@@ -88,7 +88,10 @@ int CursesTerminal::readKey() {
         return kNoKey;
     for (;;) {
         int const ch = wgetch(stdscr);
-        if (ch != ERR)
+        // A window size change comes in as KEY_RESIZE. It is not an answer:
+        // at an "any key" question it would pass a test or accept a serial
+        // number nobody confirmed. curses repaints the resized screen itself.
+        if (ch != ERR && ch != KEY_RESIZE)
             return ch;
         if (!m_blocking || fpt::terminationSignal() != 0)
             return kNoKey;

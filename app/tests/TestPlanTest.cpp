@@ -42,17 +42,37 @@ TEST(TestPlan, OrderAndContents) {
         auto const* confirm = dynamic_cast<YesNoTest*>(group->unitTests()[17].get());
         ASSERT_NE(confirm, nullptr);
         EXPECT_EQ(confirm->name, QStringLiteral("Confirm the LED behaviour"));
+        EXPECT_EQ(confirm->description().toStdString(), "1. Did the LED's light up as expected?");
+        EXPECT_EQ(confirm->promptText().toStdString(), "(M)enu, (D)ebug, (Q)uit - (Y)es/ (N)o: ");
 
         EXPECT_NE(dynamic_cast<HeadphoneJackTest*>(tests[2].get()), nullptr);
         EXPECT_EQ(tests[2]->name, QStringLiteral("Headphone Jack Detection Test"));
 
         EXPECT_EQ(tests[3]->name, QStringLiteral("Speaker Output Test"));
         EXPECT_EQ(tests[4]->name, QStringLiteral("Headphone Output Test"));
+        // Speaker alone (route bit 1), then headphones alone (bit 0).
+        struct Audio {
+            int32_t route;
+            char const* description;
+        } const audio[] = {
+            {2, "   This test is to ensure that audio can be heard from the front panel\n"
+                "   in isolation\n\n"
+                "1. The Test Application has enabled the *External Speaker* Only\n"
+                "2. Turn the Volume up using the Shaft Encoder"},
+            {1, "   This test is to ensure that audio can be heard from the headphones\n"
+                "   in isolation\n\n"
+                "1. The Test Application has enabled Enable the *Headphones* Only\n"
+                "2. Turn the Volume up using the Shaft Encoder"},
+        };
         for (int i : {3, 4}) {
-            bool const isAudio = dynamic_cast<AudioOutputTest*>(tests[i].get()) != nullptr;
+            auto const* audioTest = dynamic_cast<AudioOutputTest*>(tests[i].get());
             bool const isFail = dynamic_cast<FailTest*>(tests[i].get()) != nullptr;
-            EXPECT_EQ(isAudio, image) << i;
+            EXPECT_EQ(audioTest != nullptr, image) << i;
             EXPECT_EQ(isFail, !image) << i;
+            if (audioTest != nullptr) {
+                EXPECT_EQ(audioTest->route(), audio[i - 3].route) << i;
+                EXPECT_EQ(audioTest->description().toStdString(), audio[i - 3].description) << i;
+            }
         }
     }
 }

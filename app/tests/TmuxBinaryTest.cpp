@@ -162,6 +162,28 @@ TEST(RealProgram, ResizeDuringSerialEntryKeepsWhatWasTyped) {
     EXPECT_NE(s.screen().find("You Entered \"SN1234\""), std::string::npos) << s.screen();
 }
 
+// A window size change is not the operator's answer: at a one-key question
+// (here the serial number's confirmation; the same read serves the summary,
+// the menu and every test prompt) it must not be taken as a key.
+TEST(RealProgram, ResizeIsNotAnAnswerToAOneKeyQuestion) {
+    QTemporaryDir dir;
+    std::string const results = QDir(dir.path()).filePath(QStringLiteral("r.txt")).toStdString();
+    TmuxSession s("-x -f " + results);
+    ASSERT_TRUE(s.waitFor("Enter CV084 PCB Serial No:")) << s.screen();
+    s.sendKeys("-l SN1");
+    s.sendKeys("Enter");
+    ASSERT_TRUE(s.waitFor("Is that correct?")) << s.screen();
+    s.resize(100, 30);
+    std::this_thread::sleep_for(std::chrono::milliseconds(1500));
+    std::string const screen = s.screen();
+    EXPECT_EQ(screen.find("EXIT="), std::string::npos) << screen;
+    EXPECT_NE(screen.find("Is that correct? (Y/n):"), std::string::npos) << screen;
+    // Still waiting for the answer: "n" asks for the number again.
+    s.sendKeys("n");
+    ASSERT_TRUE(s.waitFor("Enter CV084 PCB Serial No:")) << s.screen();
+    EXPECT_EQ(s.screen().find("You Entered"), std::string::npos) << s.screen();
+}
+
 TEST(RealProgram, SigtermAtTheSerialPromptRestoresTheTerminal) {
     QTemporaryDir dir;
     TmuxSession s("-x -f " + QDir(dir.path()).filePath(QStringLiteral("r.txt")).toStdString());
