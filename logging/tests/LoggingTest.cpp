@@ -6,13 +6,42 @@
 #include <cstdio>
 #include <ctime>
 #include <fstream>
+#include <ostream>
 #include <sstream>
 #include <string>
 #include <unistd.h>
+#include <vector>
 
 #include <gtest/gtest.h>
 #include <spdlog/sinks/stdout_sinks.h>
 #include <spdlog/sinks/syslog_sink.h>
+#include <syslog.h>
+
+// What the syslog sink passed to openlog(). This definition in the test
+// executable takes the place of the C library's, so the tag, options and
+// facility that syslogd will see can be checked; syslog() itself still goes
+// to the C library.
+struct OpenlogCall {
+    std::string ident;
+    int option;
+    int facility;
+    bool operator==(OpenlogCall const& other) const {
+        return ident == other.ident && option == other.option && facility == other.facility;
+    }
+};
+
+void PrintTo(OpenlogCall const& call, std::ostream* os) {
+    *os << "openlog(\"" << call.ident << "\", " << call.option << ", " << call.facility << ")";
+}
+
+std::vector<OpenlogCall>& openlogCalls() {
+    static std::vector<OpenlogCall> calls;
+    return calls;
+}
+
+extern "C" void openlog(char const* ident, int option, int facility) {
+    openlogCalls().push_back({ident ? ident : "<null>", option, facility});
+}
 
 namespace {
 
@@ -85,6 +114,7 @@ bool matchesPattern(std::string const& text, std::string const& date,
 
 class LoggingTest : public ::testing::Test {
 protected:
+    void SetUp() override { openlogCalls().clear(); }
     void TearDown() override { spdlog::drop_all(); }
 };
 
@@ -96,6 +126,9 @@ TEST_F(LoggingTest, StdoutSinkComesBeforeSyslogSink) {
     ASSERT_EQ(sinks.size(), 2u);
     EXPECT_NE(std::dynamic_pointer_cast<spdlog::sinks::stdout_sink_mt>(sinks[0]), nullptr);
     EXPECT_NE(std::dynamic_pointer_cast<spdlog::sinks::syslog_sink_mt>(sinks[1]), nullptr);
+    // The directory is only a prefix of the tag, with no separator added;
+    // options 0, facility user (8).
+    EXPECT_EQ(openlogCalls(), (std::vector<OpenlogCall>{{"/home/transfer/log/vyapp", 0, 8}}));
 }
 
 TEST_F(LoggingTest, WithoutStdoutOnlySyslogSink) {
@@ -105,6 +138,7 @@ TEST_F(LoggingTest, WithoutStdoutOnlySyslogSink) {
     ASSERT_EQ(logger->sinks().size(), 1u);
     EXPECT_NE(std::dynamic_pointer_cast<spdlog::sinks::syslog_sink_mt>(logger->sinks()[0]),
               nullptr);
+    EXPECT_EQ(openlogCalls(), (std::vector<OpenlogCall>{{"vyapp", 0, 8}}));
 }
 
 TEST_F(LoggingTest, SecondInitialisationIsRefused) {

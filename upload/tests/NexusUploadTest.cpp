@@ -84,9 +84,11 @@ TEST(ProductionArtifactsNexusRepo, CredentialBlockDeciphersToTheProvisionedCrede
     ASSERT_TRUE(nexus::decipherCredential(reinterpret_cast<std::uint8_t const*>(block.constData()),
                                           static_cast<std::size_t>(block.size()),
                                           uploader.currentKey(), uploader.currentIv(), plain));
-    EXPECT_EQ(
-        QByteArray(reinterpret_cast<char const*>(plain.data()), static_cast<int>(plain.size())),
-        provisionedCredential());
+    // Compared without printing either side: in a production build this is
+    // the factory's credential, and test logs are kept.
+    EXPECT_TRUE(QByteArray(reinterpret_cast<char const*>(plain.data()),
+                           static_cast<int>(plain.size())) == provisionedCredential())
+        << "the provisioned block does not decipher to the credential file's content";
 }
 
 TEST(ProductionArtifactsNexusRepo, PlainPasswordIsInNoBuildOutput) {
