@@ -11,12 +11,6 @@
 #include <unistd.h>
 #include <utility>
 
-namespace {
-
-// The panel's reads are drained in small chunks; a line seldom exceeds this.
-
-} // namespace
-
 FrontPanelComms::FrontPanelComms(QString path) : devicePath(std::move(path)) {}
 
 FrontPanelComms::~FrontPanelComms() {
