@@ -13,7 +13,9 @@
 
 namespace Calvento {
 
-inline std::shared_ptr<spdlog::logger> vyLogger() { return spdlog::get(kVyLogName); }
+inline std::shared_ptr<spdlog::logger> vyLogger() {
+    return spdlog::get(kVyLogName);
+}
 
 template <typename... Args>
 void vyLog(spdlog::level::level_enum level, spdlog::format_string_t<Args...> format,
