@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "app/FrontPanelTestManager.h"
+#include "app/plan/OperatorKeys.h"
 
 YesNoTest::YesNoTest(QString testName, QString description, QString promptText)
     : UnitTest(std::move(testName)), m_description(std::move(description)),
@@ -13,7 +14,8 @@ int YesNoTest::run(FrontPanelTestManager& manager) {
     manager.detail(m_description);
     // "q" is not accepted even though the question's prompt may offer it.
     for (;;) {
-        switch (manager.prompt(m_prompt, "ynmd")) {
+        int const answer = manager.prompt(m_prompt, "ynmd");
+        switch (answer) {
         case 'y':
             state = Passed;
             result = QStringLiteral("PASSED: Test Completed");
@@ -23,13 +25,10 @@ int YesNoTest::run(FrontPanelTestManager& manager) {
             result = QStringLiteral("FAILED: User Reported Failure");
             return RunFinished;
         case 'm':
-            state = NotRun;
-            result = QStringLiteral("Test Not Completed");
-            return RunMenu;
         case 'd':
             state = NotRun;
             result = QStringLiteral("Test Not Completed");
-            return RunDebug;
+            return fpt::plan::leaveCodeForKey(answer);
         default:
             break;
         }
