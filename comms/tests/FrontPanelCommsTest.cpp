@@ -1,28 +1,32 @@
 #include "comms/FrontPanelComms.h"
 #include "comms/tests/LinksTestSupport.h"
 
-#include <cerrno>
+#include <algorithm>
 #include <climits>
-#include <cstdlib>
-#include <cstring>
-#include <fcntl.h>
 #include <functional>
 #include <poll.h>
-#include <string>
 #include <sys/stat.h>
 #include <termios.h>
-#include <unistd.h>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 namespace {
 
-using links_test::countReadSyscalls;
+using namespace links_test;
 
-// A pseudo-terminal standing in for the panel's character device. The test
-// plays the panel on the master side; the link under test opens the slave by
-// path, exactly as it opens the real device node.
+// Waits up to 2 s for `fd` to have something to read.
+bool readable(int fd) {
+    struct pollfd pfd {
+        fd, POLLIN, 0
+    };
+    return ::poll(&pfd, 1, 2000) > 0;
+}
+
+const std::string kMarker = "~\n";
+
+// A pseudo-terminal for the panel's device node: the test plays the panel on
+// the master side; the link opens the slave by path.
 class PanelPty {
 public:
     PanelPty() {
@@ -36,8 +40,7 @@ public:
         }
         slavePath_ = name;
         ::fcntl(master_, F_SETFL, O_NONBLOCK);
-        // Held open (never read) so that the line keeps its settings and the
-        // test can inspect them.
+        // Held open (never read) so the line keeps its settings for inspection.
         slave_ = ::open(name, O_RDWR | O_NOCTTY);
     }
     ~PanelPty() {
@@ -55,8 +58,7 @@ public:
     QString path() const { return QString::fromLocal8Bit(slavePath_.c_str()); }
     int slave() const { return slave_; }
 
-    // Gives the line the defaults of a device that passes carriage returns
-    // through untouched (no CR-to-LF mapping on input).
+    // No CR-to-LF mapping on input, like the real device.
     void passCarriageReturns() {
         struct termios tty {};
         ::tcgetattr(slave_, &tty);
@@ -64,90 +66,44 @@ public:
         ::tcsetattr(slave_, TCSANOW, &tty);
     }
 
-    // The panel sends bytes to the host.
     void send(std::string const& bytes) {
         ASSERT_EQ(::write(master_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
     }
 
-    // Everything the host wrote, up to (not including) the marker line that
-    // the test sends after the commands under test. Waits only as long as the
-    // kernel needs to move the bytes across; gives up after 2 s of silence.
-    std::string receivedBefore(std::string const& marker) {
-        while (buffer_.find(marker) == std::string::npos) {
-            struct pollfd pfd {
-                master_, POLLIN, 0
-            };
-            if (::poll(&pfd, 1, 2000) <= 0) {
-                break;
-            }
-            char chunk[256];
-            const ssize_t n = ::read(master_, chunk, sizeof chunk);
-            if (n <= 0) {
-                break;
-            }
-            buffer_.append(chunk, static_cast<size_t>(n));
+    // Everything the link wrote since the last call, fenced by a marker line;
+    // gives up after 2 s of silence.
+    std::string linesSent(FrontPanelComms& comms) {
+        comms.sendLine(QString::fromLatin1(kMarker.c_str()));
+        std::string received;
+        char chunk[256];
+        ssize_t n = 1;
+        while (received.find(kMarker) == std::string::npos && n > 0 && readable(master_)) {
+            n = ::read(master_, chunk, sizeof chunk);
+            received.append(chunk, static_cast<size_t>(std::max<ssize_t>(n, 0)));
         }
-        const size_t at = buffer_.find(marker);
-        if (at == std::string::npos) {
-            return "<no marker in: " + buffer_ + ">";
-        }
-        std::string before = buffer_.substr(0, at);
-        buffer_.erase(0, at + marker.size());
-        return before;
+        const size_t at = received.find(kMarker);
+        return at == std::string::npos ? "<no marker in: " + received + ">"
+                                       : received.substr(0, at);
     }
 
 private:
     int master_ = -1;
     int slave_ = -1;
     std::string slavePath_;
-    std::string buffer_;
 };
 
-const std::string kMarker = "~\n";
-
-// Everything the link wrote since the last call, fenced by a marker line.
-std::string linesSent(FrontPanelComms& comms, PanelPty& pty) {
-    comms.sendLine(QString::fromLatin1(kMarker.c_str()));
-    return pty.receivedBefore(kMarker);
-}
-
-// Polls the link until `count` more bytes have been taken off the line.
-// Each servicePort() drains everything that has arrived; the kernel may hand
-// a write from the master side over in more than one piece.
+// Polls the link until `count` more bytes are taken off the line (the kernel
+// may hand one write over in pieces).
 void serviceUntilReceived(FrontPanelComms& comms, uint32_t count) {
     const uint32_t target = comms.bytesReceived + count;
-    while (comms.bytesReceived < target) {
-        struct pollfd pfd {
-            comms.fd, POLLIN, 0
-        };
-        if (::poll(&pfd, 1, 2000) <= 0) {
-            break;
-        }
+    while (comms.bytesReceived < target && readable(comms.fd)) {
         EXPECT_TRUE(comms.servicePort());
     }
-}
-
-std::string errnoText(char const* prefix, int error) {
-    return std::string(prefix) + ": " + std::strerror(error) + "\n";
 }
 
 std::string unexpected(std::string const& utf8Line) {
     return "bool FrontPanelComms::processReceivedLine(const QString&): \"" + utf8Line +
            "\" Unexpected\n";
-}
-
-TEST(FrontPanelCommsTest, InitializeAsksVersionAndHeadphonesThenRoutesAudioOff) {
-    PanelPty pty;
-    ASSERT_TRUE(pty.ok());
-    FrontPanelComms comms(pty.path());
-
-    ASSERT_TRUE(comms.initialize());
-    EXPECT_EQ(linesSent(comms, pty), "V\nH\nA0\n");
-    EXPECT_EQ(comms.bytesSent, 7u + kMarker.size());
-    EXPECT_EQ(comms.bytesReceived, 0u);
-    EXPECT_EQ(comms.version, "Uninitialised");
-    EXPECT_EQ(comms.fpgaVersion, "Uninitialised");
-    EXPECT_EQ(comms.headphoneState, -1);
 }
 
 TEST(FrontPanelCommsTest, EachCommandPutsItsExactBytesOnTheLine) {
@@ -189,12 +145,14 @@ TEST(FrontPanelCommsTest, EachCommandPutsItsExactBytesOnTheLine) {
         ASSERT_TRUE(pty.ok());
         FrontPanelComms comms(pty.path());
         ASSERT_TRUE(comms.initialize());
-        ASSERT_EQ(linesSent(comms, pty), "V\nH\nA0\n");
+        // initialize() asks version and headphones, then routes audio off.
+        ASSERT_EQ(pty.linesSent(comms), "V\nH\nA0\n");
         const uint32_t before = comms.bytesSent;
+        EXPECT_EQ(before, 7u + kMarker.size());
 
         tc.act(comms);
 
-        EXPECT_EQ(linesSent(comms, pty), tc.bytes);
+        EXPECT_EQ(pty.linesSent(comms), tc.bytes);
         EXPECT_EQ(comms.bytesSent, before + tc.bytes.size() + kMarker.size());
     }
 }
@@ -305,24 +263,10 @@ TEST(FrontPanelCommsTest, IdleLineCostsOneReadPerPoll) {
     ASSERT_TRUE(pty.ok());
     FrontPanelComms comms(pty.path());
     ASSERT_TRUE(comms.initialize());
-
-    bool result = false;
-    int64_t reads = -1;
-    // A read that waits for data is caught by the watchdog; a second read, or
-    // a retry on "nothing there", shows up in the count.
-    EXPECT_TRUE(links_test::returnsWithoutWaiting(
-        [&] { reads = countReadSyscalls([&] { result = comms.servicePort(); }); }));
-    EXPECT_EQ(reads, 1);
-    EXPECT_TRUE(result);
-    EXPECT_EQ(comms.bytesReceived, 0u);
-    EXPECT_TRUE(comms.readQueue.empty());
-
+    expectIdlePollIsOneRead(comms);
     // With one line waiting: the line, then the empty read.
     pty.send("V7\n");
-    struct pollfd pfd {
-        comms.fd, POLLIN, 0
-    };
-    ASSERT_EQ(::poll(&pfd, 1, 2000), 1);
+    ASSERT_TRUE(readable(comms.fd));
     EXPECT_EQ(countReadSyscalls([&] { comms.servicePort(); }), 2);
     EXPECT_EQ(comms.version, "V7");
 }
@@ -360,63 +304,54 @@ TEST(FrontPanelCommsTest, PortIsOpenedOnceAndClosedByTheDestructor) {
         FrontPanelComms comms(pty.path());
         ASSERT_TRUE(comms.initialize());
         fd = comms.fd;
-        const int descriptors = links_test::openDescriptorCount();
+        const int descriptors = openDescriptorCount();
         EXPECT_TRUE(comms.openPort());
         EXPECT_EQ(comms.fd, fd);
-        EXPECT_EQ(links_test::openDescriptorCount(), descriptors);
+        EXPECT_EQ(openDescriptorCount(), descriptors);
     }
-    EXPECT_FALSE(links_test::isOpenDescriptor(fd));
+    EXPECT_FALSE(isOpenDescriptor(fd));
 }
 
-TEST(FrontPanelCommsTest, OpenFailureIsReported) {
-    FrontPanelComms comms(QStringLiteral("/nonexistent/cv084_app"));
-    testing::internal::CaptureStderr();
-    EXPECT_FALSE(comms.initialize());
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              errnoText("FrontPanelComs::openPort() failed", ENOENT));
-    EXPECT_EQ(comms.fd, -1);
-    EXPECT_EQ(comms.bytesSent, 0u);
-}
-
-TEST(FrontPanelCommsTest, DeviceThatIsNotATerminalIsClosedAgainAndSentNothing) {
-    char path[] = "/tmp/fpt_cv084_app_XXXXXX";
-    const int made = ::mkstemp(path);
-    ASSERT_GE(made, 0);
-    ::close(made);
-    const int descriptors = links_test::openDescriptorCount();
-
-    {
-        FrontPanelComms comms(QString::fromLocal8Bit(path));
+TEST(FrontPanelCommsTest, FailedOpenLeavesThePortClosedAndSendsNothing) {
+    TempFile file;
+    ASSERT_TRUE(file.ok);
+    struct Case {
+        const char* path;
+        std::string stderrText;
+    };
+    const std::vector<Case> cases = {
+        {"/nonexistent/cv084_app", errnoText("FrontPanelComs::openPort() failed", ENOENT)},
+        // Not a terminal: opened, then closed again.
+        {file.path, errnoText("FrontPanelComs::setTTY() tcgetattr() failed", ENOTTY)},
+    };
+    for (auto const& tc : cases) {
+        SCOPED_TRACE(tc.path);
+        const int descriptors = openDescriptorCount();
+        FrontPanelComms comms(QString::fromLocal8Bit(tc.path));
         testing::internal::CaptureStderr();
         EXPECT_FALSE(comms.initialize());
-        EXPECT_EQ(testing::internal::GetCapturedStderr(),
-                  errnoText("FrontPanelComs::setTTY() tcgetattr() failed", ENOTTY));
+        EXPECT_EQ(testing::internal::GetCapturedStderr(), tc.stderrText);
         EXPECT_EQ(comms.fd, -1);
-        EXPECT_EQ(links_test::openDescriptorCount(), descriptors);
+        EXPECT_EQ(openDescriptorCount(), descriptors);
         EXPECT_FALSE(comms.sendLine(QStringLiteral("V\n")));
         EXPECT_EQ(comms.bytesSent, 0u);
     }
     struct stat info {};
-    ASSERT_EQ(::stat(path, &info), 0);
+    ASSERT_EQ(::stat(file.path, &info), 0);
     EXPECT_EQ(info.st_size, 0);
-    ::unlink(path);
 }
 
 TEST(FrontPanelCommsTest, WriteFailureIsReportedAndNotCounted) {
-    char path[] = "/tmp/fpt_cv084_app_XXXXXX";
-    const int made = ::mkstemp(path);
-    ASSERT_GE(made, 0);
-    ::close(made);
-    FrontPanelComms comms(QString::fromLocal8Bit(path));
-    comms.fd = ::open(path, O_RDONLY);
+    TempFile file;
+    ASSERT_TRUE(file.ok);
+    FrontPanelComms comms(QString::fromLocal8Bit(file.path));
+    comms.fd = ::open(file.path, O_RDONLY);
     ASSERT_GT(comms.fd, 0);
-
     testing::internal::CaptureStderr();
     EXPECT_FALSE(comms.sendLine(QStringLiteral("V\n")));
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
               errnoText("FrontPanelComs::sendLine() failed", EBADF));
     EXPECT_EQ(comms.bytesSent, 0u);
-    ::unlink(path);
 }
 
 } // namespace

@@ -11,13 +11,13 @@
 #include <string>
 #include <unistd.h>
 
+#include <gtest/gtest.h>
+
 namespace links_test {
 
-// Number of read() system calls this thread has made so far, from the
-// kernel's per-task I/O accounting. Taking a reading costs a fixed number of
-// read() calls itself (one), so callers compare differences of differences.
-// The kernel counts reads that reach a file; a read on a descriptor that is
-// not open is refused before it is counted.
+// read() calls made by this thread so far, from the kernel's per-task I/O
+// accounting; taking a reading costs one read() itself. A read on a
+// descriptor that is not open is refused before it is counted.
 inline int64_t threadReadSyscalls() {
     const int procFd = ::open("/proc/thread-self/io", O_RDONLY | O_CLOEXEC);
     if (procFd < 0) {
@@ -26,23 +26,17 @@ inline int64_t threadReadSyscalls() {
     char text[1024] = {};
     const ssize_t n = ::read(procFd, text, sizeof text - 1);
     ::close(procFd);
-    if (n <= 0) {
-        return -1;
-    }
-    const char* field = std::strstr(text, "syscr:");
+    const char* field = n <= 0 ? nullptr : std::strstr(text, "syscr:");
     return field == nullptr ? -1 : std::strtoll(field + 6, nullptr, 10);
 }
 
-// Runs `action` and returns how many read() calls it made on this thread.
+// How many read() calls `action` made on this thread.
 template <typename Action> int64_t countReadSyscalls(Action&& action) {
     const int64_t a = threadReadSyscalls();
     const int64_t b = threadReadSyscalls();
     action();
     const int64_t c = threadReadSyscalls();
-    if (a < 0 || b < 0 || c < 0) {
-        return -1;
-    }
-    return (c - b) - (b - a);
+    return (a < 0 || b < 0 || c < 0) ? -1 : (c - b) - (b - a);
 }
 
 inline volatile std::sig_atomic_t watchdogFired = 0;
@@ -50,16 +44,13 @@ inline void onWatchdog(int) {
     watchdogFired = 1;
 }
 
-// Runs `action` under a SIGALRM watchdog installed without SA_RESTART, so a
-// read that blocks is interrupted instead of hanging the test. Returns false
-// if the watchdog had to fire. The limit is generous: it only tells "returns
-// at once" from "waits for data that never comes".
+// Runs `action` under a SIGALRM watchdog without SA_RESTART, so a blocking
+// read is interrupted instead of hanging the test; false if it had to fire.
 template <typename Action> bool returnsWithoutWaiting(Action&& action) {
     struct sigaction handler {};
     struct sigaction previous {};
     handler.sa_handler = onWatchdog;
     sigemptyset(&handler.sa_mask);
-    handler.sa_flags = 0;
     ::sigaction(SIGALRM, &handler, &previous);
     watchdogFired = 0;
     ::alarm(5);
@@ -69,13 +60,23 @@ template <typename Action> bool returnsWithoutWaiting(Action&& action) {
     return watchdogFired == 0;
 }
 
-// Number of descriptors open in this process.
+// An idle poll returns at once after exactly one read(): a read that waits is
+// caught by the watchdog; a second read, or a retry, shows up in the count.
+template <typename Comms> void expectIdlePollIsOneRead(Comms& comms) {
+    bool result = false;
+    int64_t reads = -1;
+    EXPECT_TRUE(returnsWithoutWaiting(
+        [&] { reads = countReadSyscalls([&] { result = comms.servicePort(); }); }));
+    EXPECT_EQ(reads, 1);
+    EXPECT_TRUE(result);
+    EXPECT_EQ(comms.bytesReceived, 0u);
+    EXPECT_TRUE(comms.readQueue.empty());
+}
+
 inline int openDescriptorCount() {
     int count = 0;
     for (int candidate = 0; candidate < 1024; ++candidate) {
-        if (::fcntl(candidate, F_GETFD) != -1) {
-            ++count;
-        }
+        count += ::fcntl(candidate, F_GETFD) != -1;
     }
     return count;
 }
@@ -83,5 +84,23 @@ inline int openDescriptorCount() {
 inline bool isOpenDescriptor(int fd) {
     return ::fcntl(fd, F_GETFD) != -1 || errno != EBADF;
 }
+
+inline std::string errnoText(char const* prefix, int error) {
+    return std::string(prefix) + ": " + std::strerror(error) + "\n";
+}
+
+// An empty regular file under /tmp, removed when the object goes.
+struct TempFile {
+    char path[32] = "/tmp/fpt_cv084_XXXXXX";
+    bool ok;
+    TempFile() {
+        const int made = ::mkstemp(path);
+        ok = made >= 0;
+        if (ok) {
+            ::close(made);
+        }
+    }
+    ~TempFile() { ::unlink(path); }
+};
 
 } // namespace links_test

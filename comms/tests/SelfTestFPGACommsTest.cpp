@@ -23,6 +23,15 @@ namespace {
 
 constexpr std::size_t kWindowBytes = 0x800000;
 
+Calvento::PlatformPaths pathsUnder(std::string const& root) {
+    Calvento::PlatformPaths paths;
+    paths.axiDevice = root + "/xdma0_user";
+    paths.gpioRoot = root + "/gpio";
+    paths.pcieProcFile = root + "/calv_pcie";
+    paths.i2cDevicePrefix = root + "/i2c-";
+    return paths;
+}
+
 // A VyP instrument on disk: an 8 MiB register window standing in for the
 // XDMA user device, a sysfs-like GPIO tree with the board straps, and a
 // PCIe driver file.
@@ -31,10 +40,7 @@ public:
     explicit FakeInstrument(unsigned int firmwareDesign) {
         char pattern[] = "/tmp/fpt_selftest_XXXXXX";
         root_ = mkdtemp(pattern);
-        paths.axiDevice = root_ + "/xdma0_user";
-        paths.gpioRoot = root_ + "/gpio";
-        paths.pcieProcFile = root_ + "/calv_pcie";
-        paths.i2cDevicePrefix = root_ + "/i2c-";
+        paths = pathsUnder(root_);
 
         int const fd = ::open(paths.axiDevice.c_str(), O_RDWR | O_CREAT, 0600);
         EXPECT_GE(fd, 0);
@@ -59,29 +65,27 @@ public:
     // Words of AXI sub-system 0.
     std::uint32_t word(unsigned int offset) const {
         std::uint32_t value = 0;
-        int const fd = ::open(paths.axiDevice.c_str(), O_RDONLY);
-        EXPECT_EQ(::pread(fd, &value, sizeof value, offset * 4),
-                  static_cast<ssize_t>(sizeof value));
-        ::close(fd);
+        io(&value, sizeof value, offset * 4, false);
         return value;
     }
     void setWord(unsigned int offset, std::uint32_t value) {
-        int const fd = ::open(paths.axiDevice.c_str(), O_RDWR);
-        EXPECT_EQ(::pwrite(fd, &value, sizeof value, offset * 4),
-                  static_cast<ssize_t>(sizeof value));
-        ::close(fd);
+        io(&value, sizeof value, offset * 4, true);
     }
     std::vector<char> window() const {
         std::vector<char> bytes(kWindowBytes);
-        int const fd = ::open(paths.axiDevice.c_str(), O_RDONLY);
-        EXPECT_EQ(::pread(fd, bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
-        ::close(fd);
+        io(bytes.data(), bytes.size(), 0, false);
         return bytes;
     }
 
     Calvento::PlatformPaths paths;
 
 private:
+    void io(void* buffer, std::size_t size, off_t at, bool write) const {
+        int const fd = ::open(paths.axiDevice.c_str(), write ? O_RDWR : O_RDONLY);
+        EXPECT_EQ(write ? ::pwrite(fd, buffer, size, at) : ::pread(fd, buffer, size, at),
+                  static_cast<ssize_t>(size));
+        ::close(fd);
+    }
     void strap(std::vector<unsigned int> const& lines, unsigned int id) {
         for (std::size_t i = 0; i < lines.size(); ++i) {
             std::string const dir = paths.gpioRoot + std::to_string(lines[i]);
@@ -191,12 +195,7 @@ TEST(SelfTestFPGAComms, AnyOtherImageLeavesItInert) {
 }
 
 TEST(SelfTestFPGAComms, WithoutTheInstrumentItIsInvalidAndDoesNotThrow) {
-    Calvento::PlatformPaths missing;
-    missing.axiDevice = "/nonexistent/xdma0_user";
-    missing.gpioRoot = "/nonexistent/gpio";
-    missing.pcieProcFile = "/nonexistent/calv_pcie";
-    missing.i2cDevicePrefix = "/nonexistent/i2c-";
-    SelfTestFPGAComms comms(missing);
+    SelfTestFPGAComms comms(pathsUnder("/nonexistent"));
     EXPECT_FALSE(comms.valid);
     comms.setVolume(50);
     comms.setPitch(3);

@@ -1,8 +1,7 @@
 #pragma once
 
-// An I2cInterface that records every operation, for tests of register blocks
-// that live in I2C devices. Writes succeed unless writeResult is set false;
-// reads return readValue.
+// An I2cInterface that records every operation. Writes succeed unless
+// writeResult is set false; reads return readValue.
 
 #include <chrono>
 #include <ostream>
@@ -42,36 +41,23 @@ inline I2cOperation i2cWriteOp(I2cDeviceId device, unsigned int reg, unsigned in
 class RecordingI2c : public I2cInterface {
 public:
     bool i2cProbe(I2cDeviceId device) override {
-        record({I2cOperation::Probe, device, 0, {}});
-        return writeResult;
+        return record({I2cOperation::Probe, device, 0, {}});
     }
     bool i2cWrite(I2cDeviceId device, unsigned int reg, unsigned int value) override {
-        record({I2cOperation::Write, device, reg, {value}});
-        return writeResult;
+        return record({I2cOperation::Write, device, reg, {value}});
     }
     unsigned int i2cRead(I2cDeviceId device, unsigned int reg, bool* ok, bool) override {
-        record({I2cOperation::Read, device, reg, {}});
-        if (ok != nullptr) {
-            *ok = true;
-        }
-        return readValue;
+        return read({I2cOperation::Read, device, reg, {}}, ok);
     }
     bool i2cTwoByteWrite(I2cDeviceId device, unsigned int reg, unsigned int value) override {
-        record({I2cOperation::TwoByteWrite, device, reg, {value}});
-        return writeResult;
+        return record({I2cOperation::TwoByteWrite, device, reg, {value}});
     }
     bool i2cMultiByteWrite(I2cDeviceId device, unsigned int reg, unsigned char const* data,
                            unsigned int length) override {
-        record({I2cOperation::MultiByteWrite, device, reg,
-                std::vector<unsigned int>(data, data + length)});
-        return writeResult;
+        return record({I2cOperation::MultiByteWrite, device, reg, {data, data + length}});
     }
     unsigned int i2cTwoByteRead(I2cDeviceId device, unsigned int reg, bool* ok, bool) override {
-        record({I2cOperation::TwoByteRead, device, reg, {}});
-        if (ok != nullptr) {
-            *ok = true;
-        }
-        return readValue;
+        return read({I2cOperation::TwoByteRead, device, reg, {}}, ok);
     }
 
     std::vector<I2cOperation> operations;
@@ -80,9 +66,17 @@ public:
     unsigned int readValue = 0;
 
 private:
-    void record(I2cOperation op) {
+    bool record(I2cOperation op) {
         operations.push_back(std::move(op));
         times.push_back(std::chrono::steady_clock::now());
+        return writeResult;
+    }
+    unsigned int read(I2cOperation op, bool* ok) {
+        record(std::move(op));
+        if (ok != nullptr) {
+            *ok = true;
+        }
+        return readValue;
     }
 };
 

@@ -5,7 +5,9 @@
 // last one then repeats (a status register that goes busy, then ready).
 // Registers without a script read back what was written.
 
+#include <algorithm>
 #include <deque>
+#include <iterator>
 #include <map>
 #include <utility>
 #include <vector>
@@ -35,20 +37,16 @@ public:
 
     std::vector<AxiTransfer> writes() const {
         std::vector<AxiTransfer> result;
-        for (auto const& access : accesses) {
-            if (!access.isRead) {
-                result.push_back(access);
-            }
-        }
+        std::copy_if(accesses.begin(), accesses.end(), std::back_inserter(result),
+                     [](AxiTransfer const& access) { return !access.isRead; });
         return result;
     }
 
     std::size_t readCount(unsigned int subsystem, unsigned int offset) const {
-        std::size_t count = 0;
-        for (auto const& access : accesses) {
-            count += access.isRead && access.subsystem == subsystem && access.offset == offset;
-        }
-        return count;
+        return static_cast<std::size_t>(
+            std::count_if(accesses.begin(), accesses.end(), [&](AxiTransfer const& access) {
+                return access.isRead && access.subsystem == subsystem && access.offset == offset;
+            }));
     }
 
     std::map<std::pair<unsigned int, unsigned int>, std::deque<unsigned int>> scripts;

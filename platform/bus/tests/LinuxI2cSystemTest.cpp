@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <functional>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -12,22 +13,8 @@
 
 namespace {
 
-struct Message {
-    unsigned int address;
-    unsigned int flags;
-    std::vector<unsigned char> bytes; // what was sent, or the length of a read
-    bool operator==(Message const& other) const {
-        return address == other.address && flags == other.flags && bytes == other.bytes;
-    }
-};
-
-std::ostream& operator<<(std::ostream& out, Message const& message) {
-    out << "{0x" << std::hex << message.address << ", 0x" << message.flags << ", [";
-    for (auto byte : message.bytes) {
-        out << " " << static_cast<unsigned int>(byte);
-    }
-    return out << " ]}" << std::dec;
-}
+// Address, flags, and what was sent (or, for a read, its length in zeros).
+using Message = std::tuple<unsigned int, unsigned int, std::vector<unsigned int>>;
 
 // A directory holding plain files named like the adapters' device nodes.
 class FakeDevTree {
@@ -70,13 +57,14 @@ struct TransferRecorder {
             for (unsigned int i = 0; i < request.nmsgs; ++i) {
                 i2c_msg& msg = request.msgs[i];
                 Message recorded{msg.addr, msg.flags, {}};
+                auto& bytes = std::get<2>(recorded);
                 if ((msg.flags & I2C_M_RD) != 0) {
-                    recorded.bytes.assign(msg.len, 0);
+                    bytes.assign(msg.len, 0);
                     for (unsigned int b = 0; b < msg.len && b < readData.size(); ++b) {
                         msg.buf[b] = readData[b];
                     }
                 } else {
-                    recorded.bytes.assign(msg.buf, msg.buf + msg.len);
+                    bytes.assign(msg.buf, msg.buf + msg.len);
                 }
                 messages.push_back(recorded);
             }

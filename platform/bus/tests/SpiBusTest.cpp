@@ -1,6 +1,7 @@
 #include <functional>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -98,22 +99,8 @@ TEST(VyAxiSpiBus, TransfersRunAtTheLowerSpeedOnTheEngineOfTheChipSelect) {
 // Records what reaches the bus below the mux.
 class RecordingSpiBus : public SpiBus {
 public:
-    struct Transfer {
-        int chipSelect;
-        unsigned int speedKhz;
-        unsigned int value;
-        SpiWordSizeBits size;
-        int lockDepth;
-        friend std::ostream& operator<<(std::ostream& out, Transfer const& t) {
-            return out << "{cs " << t.chipSelect << ", " << t.speedKhz << " kHz, 0x" << std::hex
-                       << t.value << std::dec << ", " << static_cast<unsigned int>(t.size)
-                       << " bits, lock depth " << t.lockDepth << "}";
-        }
-        bool operator==(Transfer const& o) const {
-            return chipSelect == o.chipSelect && speedKhz == o.speedKhz && value == o.value &&
-                   size == o.size && lockDepth == o.lockDepth;
-        }
-    };
+    // Chip select, speed in kHz, value, word size, lock depth.
+    using Transfer = std::tuple<int, unsigned int, unsigned int, SpiWordSizeBits, int>;
     bool initialise() override { return true; }
     void lockBus() override { ++lockDepth; }
     void unlockBus() override { --lockDepth; }
@@ -155,7 +142,7 @@ TEST(SdiMachXoSpiMux, SelectsTheChannelThenTransfersOnTheRoutedChipSelect) {
                                                 T{2, 8000, 0x42, SpiWordSizeBits::Bits8, 2}));
     EXPECT_EQ(wrapped->lockDepth, 0);
     EXPECT_TRUE(mux->setMuxCs(3));
-    EXPECT_EQ(wrapped->transfers.back().value, 3u);
+    EXPECT_EQ(std::get<2>(wrapped->transfers.back()), 3u);
 }
 
 TEST(SpiController, ReachesTheFactoryDevicesAndRefusesUnknownIds) {

@@ -1,4 +1,5 @@
 #include <memory>
+#include <tuple>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -39,31 +40,22 @@ TEST(I2cSubsystem, ForwardsEveryOperationWithItsDeviceId) {
 
     i2c->writeResult = false;
     EXPECT_FALSE(block.i2cWrite(1, 2));
-}
 
-TEST(I2cSubsystem, WithoutAnInterfaceWritesFailAndReadsGiveZero) {
-    I2cSubsystem block(I2cDeviceId{21}, nullptr);
-    bool ok = true;
-    EXPECT_FALSE(block.i2cProbe());
-    EXPECT_FALSE(block.i2cWrite(1, 2));
-    EXPECT_EQ(block.i2cRead(1, &ok), 0u);
+    // Without an interface writes fail and reads give zero.
+    I2cSubsystem detached(I2cDeviceId{21}, nullptr);
+    EXPECT_FALSE(detached.i2cProbe());
+    EXPECT_FALSE(detached.i2cWrite(1, 2));
+    EXPECT_EQ(detached.i2cRead(1, &ok), 0u);
     EXPECT_FALSE(ok);
     ok = true;
-    EXPECT_EQ(block.i2cTwoByteRead(1, &ok), 0u);
+    EXPECT_EQ(detached.i2cTwoByteRead(1, &ok), 0u);
     EXPECT_FALSE(ok);
 }
 
 class RecordingSpi : public SpiInterface {
 public:
-    struct Call {
-        char op;
-        SpiDeviceId device;
-        unsigned int value;
-        SpiWordSizeBits size;
-        bool operator==(Call const& o) const {
-            return op == o.op && device == o.device && value == o.value && size == o.size;
-        }
-    };
+    // Operation ('w'rite, 'r'ead, 'x' transceive), device, value, word size.
+    using Call = std::tuple<char, SpiDeviceId, unsigned int, SpiWordSizeBits>;
     bool spiWriteWord(SpiDeviceId device, unsigned int value, SpiWordSizeBits size) override {
         calls.push_back({'w', device, value, size});
         return true;
