@@ -5,212 +5,124 @@
 
 namespace {
 
-using fpt::plan::testing::atCol;
-using fpt::plan::testing::PlanRig;
-using fpt::plan::testing::putDescription;
-using fpt::plan::testing::putPrompt;
-using fpt::plan::testing::screenOf;
+using namespace fpt::plan::testing;
 using fpt::testing::ScriptExhausted;
 
 std::string const kName = "Headphone Jack Detection Test";
 constexpr char const* kPlug = "1. Plug the Headphones into the Headphone Jack";
 constexpr char const* kUnplug = "1. Unplug the Headphones from the Headphone Jack";
-std::string const kGoAhead1 = "Press (Y) to continue";
-std::string const kGoAhead2 = "(M)enu, (D)ebug, (Q)uit - (Y)es: ";
+std::string const kErrorPrompt = "(M)enu, (D)ebug, (Q)uit (R)etry : ";
 
 std::string stepScreen(std::string const& instruction) {
-    std::map<int, std::string> rows;
-    rows[0] = kName;
-    putDescription(rows, {"   This test is to ensure that the headphone presence can be correctly",
-                          "   identifed.", "", instruction});
-    putPrompt(rows, kGoAhead1, kGoAhead2);
-    return screenOf(rows);
+    return testScreen(kName,
+                      {"   This test is to ensure that the headphone presence can be correctly",
+                       "   identifed.", "", instruction},
+                      "Press (Y) to continue", "(M)enu, (D)ebug, (Q)uit - (Y)es: ");
 }
 
-// The panel reports the jack as a line "H0" or "H1"; a test's scripted
-// action delivers it as if the serial link had just been serviced.
-void report(PlanRig& p, char const* line) {
-    p.rig.panel->processReceivedLine(QString::fromLatin1(line));
-}
-
-struct PassCase {
-    char const* name;
-    int start;
-    char goAhead; // "y" or "n": both only mean "continue"
-    char const* firstInstruction;
-    char const* firstReport;
-    char const* secondInstruction;
-    char const* secondReport;
+// A rig whose panel has reported the jack as `line` (if any).
+struct JackRig : PlanRig {
+    explicit JackRig(char const* line = nullptr) {
+        if (line)
+            reportNow(line);
+    }
+    HeadphoneJackTest test{QString::fromStdString(kName)};
 };
 
-// Names the case in test output instead of dumping its bytes.
-void PrintTo(PassCase const& c, std::ostream* os) {
-    *os << c.name;
+// One plugging and one unplugging, first whichever the jack's state allows;
+// "n" at the go-ahead only means "continue", like "y".
+TEST(HeadphoneJackTest, FollowsThePanelReports) {
+    for (auto const& [start, goAhead] :
+         {std::pair{"H0", 'y'}, std::pair{"H1", 'y'}, std::pair{"H0", 'n'}}) {
+        SCOPED_TRACE(std::string(start) + goAhead);
+        JackRig p(start);
+        bool const in = start[1] == '1';
+        p.snap().report(in ? "H0" : "H1").key(goAhead);
+        p.snap().report(in ? "H1" : "H0").key(goAhead);
+
+        p.expectRun(p.test, kPassed);
+        ASSERT_EQ(p.shots.size(), 2u);
+        EXPECT_EQ(p.shots[0], stepScreen(in ? kUnplug : kPlug));
+        EXPECT_EQ(p.shots[1], stepScreen(in ? kPlug : kUnplug));
+    }
 }
-
-class HeadphoneJackPass : public ::testing::TestWithParam<PassCase> {};
-
-// One plugging and one unplugging, first whichever the jack's state allows.
-TEST_P(HeadphoneJackPass, FollowsThePanelReports) {
-    PassCase const& c = GetParam();
-    PlanRig p;
-    report(p, c.start == 1 ? "H1" : "H0");
-    HeadphoneJackTest test(QString::fromStdString(kName));
-
-    p.snap().term().action([&] { report(p, c.firstReport); }).key(c.goAhead);
-    p.snap().term().action([&] { report(p, c.secondReport); }).key(c.goAhead);
-
-    EXPECT_EQ(test.run(p.mgr()), UnitTest::RunFinished);
-    EXPECT_EQ(test.state, UnitTest::Passed);
-    EXPECT_EQ(test.result.toStdString(), "PASSED: Test Completed");
-    EXPECT_TRUE(p.term().scriptDone());
-    ASSERT_EQ(p.shots.size(), 2u);
-    EXPECT_EQ(p.shots[0], stepScreen(c.firstInstruction));
-    EXPECT_EQ(p.shots[1], stepScreen(c.secondInstruction));
-}
-
-INSTANTIATE_TEST_SUITE_P(
-    HeadphoneJack, HeadphoneJackPass,
-    ::testing::Values(PassCase{"StartsOut", 0, 'y', kPlug, "H1", kUnplug, "H0"},
-                      PassCase{"StartsIn", 1, 'y', kUnplug, "H0", kPlug, "H1"},
-                      PassCase{"StartsOutNoMeansGoOn", 0, 'n', kPlug, "H1", kUnplug, "H0"}),
-    fpt::plan::testing::CaseName{});
 
 // Never reported: the test cannot be done and ends the program on any key.
 TEST(HeadphoneJackTest, UnknownStateEndsTheRunOnAnyKey) {
-    PlanRig p;
+    JackRig p;
     ASSERT_EQ(p.mgr().headphoneState(), -1);
-    HeadphoneJackTest test(QString::fromStdString(kName));
     p.snap().term().key('r');
-
-    EXPECT_EQ(test.run(p.mgr()), UnitTest::RunQuit);
-    EXPECT_EQ(test.state, UnitTest::Failed);
-    EXPECT_EQ(test.result.toStdString(), "FAILED The Headphone State cannot be detected");
-    std::map<int, std::string> rows;
-    rows[0] = kName;
-    putPrompt(rows, "ERROR: The Headphone State cannot be detected!", " Any key to Quit : ");
+    p.expectRun(p.test, {UnitTest::RunQuit, UnitTest::Failed,
+                         "FAILED The Headphone State cannot be detected"});
     ASSERT_EQ(p.shots.size(), 1u);
-    EXPECT_EQ(p.shots[0], screenOf(rows));
+    EXPECT_EQ(p.shots[0], testScreen(kName, {}, "ERROR: The Headphone State cannot be detected!",
+                                     " Any key to Quit : "));
 }
-
-struct LeaveCase {
-    char const* name;
-    std::string keys; // at the first go-ahead prompt
-    int code;
-};
-
-void PrintTo(LeaveCase const& c, std::ostream* os) {
-    *os << c.name;
-}
-
-class HeadphoneJackLeave : public ::testing::TestWithParam<LeaveCase> {};
 
 // The go-ahead prompt takes only "m", "d", "q", "y", "n", exactly as typed.
-TEST_P(HeadphoneJackLeave, GoAheadPromptKeys) {
-    LeaveCase const& c = GetParam();
-    PlanRig p;
-    report(p, "H0");
-    HeadphoneJackTest test(QString::fromStdString(kName));
-    p.term().keys(c.keys);
-
-    EXPECT_EQ(test.run(p.mgr()), c.code);
-    EXPECT_EQ(test.state, UnitTest::NotRun);
-    EXPECT_EQ(test.result.toStdString(), "Test Not Run");
-    EXPECT_TRUE(p.term().scriptDone());
+TEST(HeadphoneJackTest, GoAheadPromptKeys) {
+    for (auto const& [keys, code] :
+         {std::pair{"m", 2}, std::pair{"q", 0}, std::pair{"d", 3}, std::pair{"xYMQr d", 3}}) {
+        SCOPED_TRACE(keys);
+        JackRig p("H0");
+        p.term().keys(keys);
+        p.expectRun(p.test, {code, UnitTest::NotRun, "Test Not Run"});
+    }
 }
-
-INSTANTIATE_TEST_SUITE_P(HeadphoneJack, HeadphoneJackLeave,
-                         ::testing::Values(LeaveCase{"Menu", "m", 2}, LeaveCase{"Quit", "q", 0},
-                                           LeaveCase{"Debug", "d", 3},
-                                           LeaveCase{"OthersIgnored", "xYMQr d", 3}),
-                         fpt::plan::testing::CaseName{});
-
-struct PlugErrorCase {
-    char const* name;
-    std::string errorKey;
-    int code;
-    int32_t state;
-    char const* result;
-};
-
-void PrintTo(PlugErrorCase const& c, std::ostream* os) {
-    *os << c.name;
-}
-
-class HeadphoneJackPlugError : public ::testing::TestWithParam<PlugErrorCase> {};
 
 // Asked to plug in, the operator goes on while the panel still says "out":
 // the error prompt takes any key; "m", "q", "d" leave with the detection
 // failure, anything else asks for the go-ahead again.
-TEST_P(HeadphoneJackPlugError, PlugInNotDetected) {
-    PlugErrorCase const& c = GetParam();
-    PlanRig p;
-    report(p, "H0");
-    HeadphoneJackTest test(QString::fromStdString(kName));
-    p.term().key('y');
-    p.snap().term().keys(c.errorKey);
-    bool const retry = c.code == UnitTest::RunFinished;
-    if (retry) {
-        p.snap().term().action([&] { report(p, "H1"); }).key('y');
-        p.term().action([&] { report(p, "H0"); }).key('y');
-    }
+TEST(HeadphoneJackTest, PlugInNotDetected) {
+    for (auto const& [key, code] : {std::pair{"m", 2}, std::pair{"q", 0}, std::pair{"d", 3},
+                                    std::pair{"D", 3}, std::pair{"r", 1}, std::pair{"x", 1}}) {
+        SCOPED_TRACE(key);
+        JackRig p("H0");
+        bool const retry = code == UnitTest::RunFinished;
+        p.term().key('y');
+        p.snap().term().keys(key);
+        if (retry) {
+            p.snap().report("H1").key('y');
+            p.report("H0").key('y');
+        }
 
-    EXPECT_EQ(test.run(p.mgr()), c.code);
-    EXPECT_EQ(test.state, c.state);
-    EXPECT_EQ(test.result.toStdString(), c.result);
-    EXPECT_TRUE(p.term().scriptDone());
-
-    ASSERT_EQ(p.shots.size(), retry ? 2u : 1u);
-    EXPECT_EQ(p.shotRow(0, 5), atCol(2, kPlug));
-    EXPECT_EQ(p.shotRow(0, 19), atCol(4, "ERROR: Headphones appear to be connected?"));
-    EXPECT_EQ(p.shotRow(0, 21), atCol(4, "(M)enu, (D)ebug, (Q)uit (R)etry : "));
-    if (retry) {
-        EXPECT_EQ(p.shots[1], stepScreen(kPlug));
+        p.expectRun(p.test,
+                    retry ? kPassed
+                          : Outcome{code, UnitTest::Failed, "FAILED Headphone detection error"});
+        ASSERT_EQ(p.shots.size(), retry ? 2u : 1u);
+        EXPECT_EQ(p.shotRow(0, 5), atCol(2, kPlug));
+        p.expectPrompt(0, "ERROR: Headphones appear to be connected?", kErrorPrompt);
+        if (retry) {
+            EXPECT_EQ(p.shots[1], stepScreen(kPlug));
+        }
     }
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    HeadphoneJack, HeadphoneJackPlugError,
-    ::testing::Values(
-        PlugErrorCase{"Menu", "m", 2, UnitTest::Failed, "FAILED Headphone detection error"},
-        PlugErrorCase{"Quit", "q", 0, UnitTest::Failed, "FAILED Headphone detection error"},
-        PlugErrorCase{"Debug", "d", 3, UnitTest::Failed, "FAILED Headphone detection error"},
-        PlugErrorCase{"UpperDebug", "D", 3, UnitTest::Failed, "FAILED Headphone detection error"},
-        PlugErrorCase{"Retry", "r", 1, UnitTest::Passed, "PASSED: Test Completed"},
-        PlugErrorCase{"AnyOtherKeyRetries", "x", 1, UnitTest::Passed, "PASSED: Test Completed"}),
-    fpt::plan::testing::CaseName{});
 
 // Asked to unplug, the operator goes on while the panel still says "in": the
 // error prompt takes no key at all, even after the headphones come out; only
 // the manager's own keys still act there ("h" switches the headphone output
 // on). The station stays on that prompt until the program is ended.
 TEST(HeadphoneJackTest, UnplugErrorPromptCannotBeAnswered) {
-    PlanRig p;
-    report(p, "H1");
-    HeadphoneJackTest test(QString::fromStdString(kName));
+    JackRig p("H1");
     std::size_t callsAtError = 0;
     p.term().key('y');
     p.snap().term().action([&] { callsAtError = p.rig.panel->calls.size(); });
     p.term().keys("rmqdynRMQDY\r");
-    p.term().action([&] { report(p, "H0"); }).keys("rmqdy");
+    p.report("H0").keys("rmqdy");
     p.term().key('h');
     p.term().idleLimit = 5;
 
-    EXPECT_THROW(test.run(p.mgr()), ScriptExhausted);
+    EXPECT_THROW(p.test.run(p.mgr()), ScriptExhausted);
     EXPECT_TRUE(p.term().scriptDone());
     ASSERT_EQ(p.shots.size(), 1u);
     EXPECT_EQ(p.shotRow(0, 5), atCol(2, kUnplug));
-    EXPECT_EQ(p.shotRow(0, 19), atCol(4, "ERROR: No Headphones appear to be connected?"));
-    EXPECT_EQ(p.shotRow(0, 21), atCol(4, "(M)enu, (D)ebug, (Q)uit (R)etry : "));
+    p.expectPrompt(0, "ERROR: No Headphones appear to be connected?", kErrorPrompt);
     // Still on the same prompt at the end.
     EXPECT_EQ(p.term().row(19), p.shotRow(0, 19));
-    std::vector<std::string> const after(p.rig.panel->calls.begin() +
-                                             static_cast<std::ptrdiff_t>(callsAtError),
-                                         p.rig.panel->calls.end());
     std::vector<std::string> routing;
-    for (auto const& call : after)
-        if (call.rfind("setLed", 0) != 0)
-            routing.push_back(call);
+    for (std::size_t i = callsAtError; i < p.rig.panel->calls.size(); ++i)
+        if (p.rig.panel->calls[i].rfind("setLed", 0) != 0)
+            routing.push_back(p.rig.panel->calls[i]);
     EXPECT_EQ(routing, std::vector<std::string>{"setHeadphones(true)"});
 }
 

@@ -2,11 +2,9 @@
 
 // A manager on test doubles, with the screen started, plus the helpers the
 // plan's tests share: screen snapshots taken between two key polls, the
-// panel's LED and audio-routing lines, encoder turns and the results file.
+// panel's LED and audio-routing lines, encoder turns and jack reports.
 
-#include <QFile>
 #include <QString>
-#include <QStringList>
 #include <gtest/gtest.h>
 #include <map>
 #include <string>
@@ -19,20 +17,6 @@ namespace fpt::plan::testing {
 using fpt::testing::ManagerRig;
 using fpt::testing::ScriptedTerminal;
 
-// A whole 24-row screen from the rows that hold text (everything else
-// blank), in the form ScriptedTerminal::screenText() gives.
-inline std::string screenOf(std::map<int, std::string> const& rows) {
-    std::string out;
-    for (int r = 0; r < ScriptedTerminal::kRows; ++r) {
-        auto const it = rows.find(r);
-        std::string line = it == rows.end() ? std::string() : it->second;
-        line.erase(line.find_last_not_of(' ') + 1);
-        out += line;
-        out += '\n';
-    }
-    return out;
-}
-
 // A line of text as a row shows it when printed at `col`.
 inline std::string atCol(int col, std::string const& text) {
     std::string line = std::string(static_cast<std::size_t>(col), ' ') + text;
@@ -40,32 +24,41 @@ inline std::string atCol(int col, std::string const& text) {
     return line;
 }
 
-// Description lines are drawn from row 2, column 2; the two prompt lines at
-// rows 19 and 21, column 4.
-inline void putDescription(std::map<int, std::string>& rows,
-                           std::vector<std::string> const& lines) {
+// A whole test screen, as ScriptedTerminal::screenText() gives it: the title
+// on row 0, description lines from row 2 at column 2, the two prompt lines at
+// rows 19 and 21, column 4; every other row blank.
+inline std::string testScreen(std::string const& title, std::vector<std::string> const& lines,
+                              std::string const& prompt1, std::string const& prompt2) {
+    std::map<int, std::string> rows{{0, title}, {19, atCol(4, prompt1)}, {21, atCol(4, prompt2)}};
     for (std::size_t i = 0; i < lines.size(); ++i)
         rows[2 + static_cast<int>(i)] = atCol(2, lines[i]);
-}
-inline void putPrompt(std::map<int, std::string>& rows, std::string const& line1,
-                      std::string const& line2) {
-    rows[19] = atCol(4, line1);
-    rows[21] = atCol(4, line2);
+    std::string out;
+    for (int r = 0; r < ScriptedTerminal::kRows; ++r)
+        out += (rows.count(r) ? rows[r] : std::string()) + '\n';
+    return out;
 }
 
-// Names the cases of a table by their `name` field.
-struct CaseName {
-    template <class Case>
-    std::string operator()(::testing::TestParamInfo<Case> const& param) const {
-        return param.param.name;
-    }
+// What a run returns and leaves in the test's state and result.
+struct Outcome {
+    int code;
+    int32_t state;
+    std::string result;
 };
+inline Outcome const kPassed{UnitTest::RunFinished, UnitTest::Passed, "PASSED: Test Completed"};
 
 struct PlanRig {
     PlanRig() { rig.mgr().initDisplay(); }
 
     FrontPanelTestManager& mgr() { return rig.mgr(); }
     ScriptedTerminal& term() { return *rig.terminal; }
+
+    // Runs `test` to the end of the script, which must be used up.
+    void expectRun(UnitTest& test, Outcome const& o) {
+        EXPECT_EQ(test.run(mgr()), o.code);
+        EXPECT_EQ(test.state, o.state);
+        EXPECT_EQ(test.result.toStdString(), o.result);
+        EXPECT_TRUE(term().scriptDone());
+    }
 
     // Records the screen as the next key poll shows it (taken when that
     // poll reads its key, i.e. after it redrew the screen).
@@ -76,11 +69,33 @@ struct PlanRig {
     std::string shotRow(std::size_t shot, int row) const {
         return ScriptedTerminal::frameRow(shots.at(shot), row);
     }
+    // Rows 19 and 21 (the prompt) of a snapshot.
+    void expectPrompt(std::size_t shot, std::string const& line1, std::string const& line2) const {
+        EXPECT_EQ(shotRow(shot, 19), atCol(4, line1)) << "shot " << shot;
+        EXPECT_EQ(shotRow(shot, 21), atCol(4, line2)) << "shot " << shot;
+    }
 
-    // The manager counts the encoder with a step of -1, so a wheel delta of
-    // -1 moves the value up: one step clockwise, one colour on (or one
-    // volume step up).
-    void turnUpNow(int steps) { rig.encoder->turnNow(-steps); }
+    // A turn scripted before `polls` polls. The manager counts the encoder
+    // with a step of -1, so a wheel delta of -1 moves the value up: one step
+    // clockwise, one colour on (or one volume step up).
+    PlanRig& turnUp(int steps, int polls = 1) {
+        term().action([this, steps] { rig.encoder->turnNow(-steps); }).noKey(polls);
+        return *this;
+    }
+    // A button press or release scripted before the next poll.
+    ScriptedTerminal& press(int button) {
+        return term().action([this, button] { rig.keyboard->pressNow(button); });
+    }
+    ScriptedTerminal& release(int button) {
+        return term().action([this, button] { rig.keyboard->releaseNow(button); });
+    }
+
+    // The panel reporting the headphone jack ("H0" out, "H1" in) as if the
+    // serial link had just been serviced: now, or before the next poll.
+    void reportNow(char const* line) { rig.panel->processReceivedLine(QString::fromLatin1(line)); }
+    ScriptedTerminal& report(char const* line) {
+        return term().action([this, line] { reportNow(line); });
+    }
 
     // Lines sent to the panel that start with `command` ('L' LEDs, 'A' audio
     // routing), in order.
@@ -96,17 +111,5 @@ struct PlanRig {
     ManagerRig rig;
     std::vector<std::string> shots;
 };
-
-// The results file, line by line (the text after the last newline, empty for
-// a complete file, is dropped).
-inline QStringList resultsLines(QString const& path) {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
-        return {QStringLiteral("<cannot open %1>").arg(path)};
-    QStringList lines = QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'));
-    if (!lines.isEmpty() && lines.last().isEmpty())
-        lines.removeLast();
-    return lines;
-}
 
 } // namespace fpt::plan::testing

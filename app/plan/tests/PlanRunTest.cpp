@@ -1,6 +1,7 @@
 // The whole plan under the manager's run loop: scripted operator, fake panel,
 // real results file.
 
+#include <QFile>
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <algorithm>
@@ -12,11 +13,12 @@
 
 namespace {
 
-using fpt::plan::testing::atCol;
-using fpt::plan::testing::PlanRig;
-using fpt::plan::testing::resultsLines;
+using namespace fpt::plan::testing;
 
 constexpr int kButtons = 17;
+char const* const kNames[] = {"Shaft Encoder Tests", "Button Tests",
+                              "Headphone Jack Detection Test", "Speaker Output Test",
+                              "Headphone Output Test"};
 
 class PlanRun : public ::testing::Test {
 public:
@@ -36,9 +38,15 @@ public:
         return *group.unitTests().at(i);
     }
 
-    // The five header lines, the start time checked for its form only.
-    void expectHeader(QStringList const& lines) {
-        ASSERT_GE(lines.size(), 5);
+    // The results file: five header lines (the start time checked for its
+    // form only), then `results`.
+    void expectResults(std::vector<std::string> const& results) {
+        QFile file(path);
+        ASSERT_TRUE(file.open(QIODevice::ReadOnly | QIODevice::Text));
+        QStringList lines = QString::fromUtf8(file.readAll()).split(QLatin1Char('\n'));
+        if (!lines.isEmpty() && lines.last().isEmpty())
+            lines.removeLast(); // the end of the last line
+        ASSERT_EQ(lines.size(), 5 + static_cast<int>(results.size()));
         EXPECT_EQ(lines[0].toStdString(), "Front Panel Test Log");
         EXPECT_EQ(lines[1].toStdString(), "~~~~~~~~~~~~~~~~~~~~");
         EXPECT_EQ(lines[2].toStdString(), "");
@@ -48,23 +56,15 @@ public:
                         .hasMatch())
             << lines[3].toStdString();
         EXPECT_EQ(lines[4].toStdString(), "Serial No: CV084-0042");
+        for (std::size_t i = 0; i < results.size(); ++i)
+            EXPECT_EQ(lines[5 + static_cast<int>(i)].toStdString(), results[i]);
     }
 
-    void scriptEncoderWalk() {
-        for (int turn : {1, 1, 1, 1, 1, 1, 1, -1, -1, -1, -1, -1, -1, -1})
-            p.term().action([this, turn] { p.turnUpNow(turn); }).noKey(2);
-    }
-    void scriptButton(int button) {
-        p.term().action([this, button] { p.rig.keyboard->pressNow(button); }).noKey();
-        p.term().action([this, button] { p.rig.keyboard->releaseNow(button); }).noKey();
-    }
-    void scriptAllButtons() {
-        for (int b = 0; b < kButtons; ++b)
-            scriptButton(b);
-    }
-    void reportJack(char const* line) {
-        p.term().action(
-            [this, line] { p.rig.panel->processReceivedLine(QString::fromLatin1(line)); });
+    void scriptButtons(int count) {
+        for (int b = 0; b < count; ++b) {
+            p.press(b).noKey();
+            p.release(b).noKey();
+        }
     }
     // The summary after a finished test waits for any key.
     void summary() { p.snap().term().key(' '); }
@@ -75,19 +75,18 @@ public:
 };
 
 TEST_F(PlanRun, FullPassingPlan) {
-    p.rig.panel->processReceivedLine(QStringLiteral("H0"));
-    scriptEncoderWalk();
+    p.reportNow("H0");
+    for (int turn : {1, 1, 1, 1, 1, 1, 1, -1, -1, -1, -1, -1, -1, -1})
+        p.turnUp(turn, 2);
     p.term().key('y');
     summary();
-    scriptAllButtons();
+    scriptButtons(kButtons);
     p.term().key('y');
     summary();
-    reportJack("H1");
-    p.term().key('y');
-    reportJack("H0");
-    p.term().key('y');
+    p.report("H1").key('y');
+    p.report("H0").key('y');
     summary();
-    p.term().action([this] { p.turnUpNow(5); }).noKey().key('y');
+    p.turnUp(5).term().key('y');
     summary();
     p.term().key('y');
     summary();
@@ -96,23 +95,15 @@ TEST_F(PlanRun, FullPassingPlan) {
     EXPECT_EQ(p.mgr().run(), 0);
     EXPECT_TRUE(p.term().scriptDone());
 
-    QStringList const lines = resultsLines(path);
-    expectHeader(lines);
-    EXPECT_EQ(lines.mid(5), (QStringList{QStringLiteral("PASSED  - Shaft Encoder Tests"),
-                                         QStringLiteral("PASSED  - Button Tests"),
-                                         QStringLiteral("PASSED  - Headphone Jack Detection Test"),
-                                         QStringLiteral("PASSED  - Speaker Output Test"),
-                                         QStringLiteral("PASSED  - Headphone Output Test")}));
-
-    char const* const names[] = {"Shaft Encoder Tests", "Button Tests",
-                                 "Headphone Jack Detection Test", "Speaker Output Test",
-                                 "Headphone Output Test"};
+    std::vector<std::string> passed;
     ASSERT_EQ(p.shots.size(), 6u);
     for (std::size_t i = 0; i < 5; ++i) {
-        EXPECT_EQ(p.shotRow(i, 0), names[i]);
+        passed.push_back(std::string("PASSED  - ") + kNames[i]);
+        EXPECT_EQ(p.shotRow(i, 0), kNames[i]);
         EXPECT_EQ(p.shotRow(i, 2), atCol(2, "PASSED: Test Completed"));
         EXPECT_EQ(p.shotRow(i, 21), atCol(4, "Press Any Key to continue : "));
     }
+    expectResults(passed);
     EXPECT_EQ(p.shotRow(5, 2), atCol(2, "1) PASSED  - Shaft Encoder Tests"));
     EXPECT_EQ(p.shotRow(5, 3), atCol(2, "2) PASSED  - Button Tests"));
     EXPECT_EQ(p.shotRow(5, 6), atCol(2, "5) PASSED  - Headphone Output Test"));
@@ -131,52 +122,34 @@ TEST_F(PlanRun, FullPassingPlan) {
         EXPECT_EQ(member(i).state, UnitTest::Passed) << i;
 }
 
-struct EndCase {
-    char const* name;
-    std::size_t start;        // the plan entry the run starts at
-    void (*script)(PlanRun&); // what the operator does there
-};
-
-// Names the case in test output instead of dumping its bytes.
-void PrintTo(EndCase const& c, std::ostream* os) {
-    *os << c.name;
-}
-
 // Runs that end at once, from inside a test: no result line is written, the
-// file keeps its header alone.
-class PlanRunEnds : public PlanRun, public ::testing::WithParamInterface<EndCase> {};
+// file keeps its header alone. Started at a plan entry, ended by one key.
+class PlanRunEnds : public PlanRun, public ::testing::WithParamInterface<std::pair<int, char>> {};
 
 TEST_P(PlanRunEnds, LeavesOnlyTheHeader) {
-    EndCase const& c = GetParam();
-    p.mgr().setCurrentTestIndex(static_cast<int32_t>(c.start));
-    c.script(*this);
+    p.mgr().setCurrentTestIndex(GetParam().first);
+    p.term().key(GetParam().second);
 
     EXPECT_EQ(p.mgr().run(), -1);
     EXPECT_TRUE(p.term().scriptDone());
-    QStringList const lines = resultsLines(path);
-    expectHeader(lines);
-    EXPECT_EQ(lines.size(), 5);
+    expectResults({});
     EXPECT_FALSE(p.term().isStarted());
 }
 
-INSTANTIATE_TEST_SUITE_P(
-    Plan, PlanRunEnds,
-    ::testing::Values(EndCase{"SpeakerAnsweredNo", 3, [](PlanRun& r) { r.p.term().key('n'); }},
-                      EndCase{"HeadphoneOutputAnsweredNo", 4,
-                              [](PlanRun& r) { r.p.term().key('n'); }},
-                      EndCase{"HeadphoneStateUnknown", 2, [](PlanRun& r) { r.p.term().key('x'); }}),
-    fpt::plan::testing::CaseName{});
+// Speaker or headphone output answered "no"; headphone state never reported.
+INSTANTIATE_TEST_SUITE_P(Plan, PlanRunEnds,
+                         ::testing::Values(std::pair{3, 'n'}, std::pair{4, 'n'}, std::pair{2, 'x'}),
+                         [](auto const& i) { return "Entry" + std::to_string(i.param.first); });
 
 // Quit from the third button: the group reports itself not completed, the
 // members before it keep their pass and those after it were never started.
 TEST_F(PlanRun, QuitInsideGroupLeavesLaterMembersUntouched) {
     p.mgr().setCurrentTestIndex(1);
-    scriptButton(0);
-    scriptButton(1);
+    scriptButtons(2);
     p.term().key('q');
 
     EXPECT_EQ(p.mgr().run(), -1);
-    EXPECT_EQ(resultsLines(path).size(), 5);
+    expectResults({});
     EXPECT_EQ(test(1).state, UnitTest::NotRun);
     EXPECT_EQ(test(1).result.toStdString(), "Test Not Completed");
     EXPECT_EQ(member(0).state, UnitTest::Passed);
@@ -193,7 +166,7 @@ TEST_F(PlanRun, QuitInsideGroupLeavesLaterMembersUntouched) {
 // from its first member.
 TEST_F(PlanRun, MenuInsideGroupRestartsTheGroupFromItsFirstMember) {
     p.mgr().setCurrentTestIndex(1);
-    scriptButton(0);
+    scriptButtons(1);
     p.term().key('m');
     p.snap().term().key('2');
     p.snap().term().key('m');
@@ -209,21 +182,17 @@ TEST_F(PlanRun, MenuInsideGroupRestartsTheGroupFromItsFirstMember) {
 
     EXPECT_EQ(test(1).result.toStdString(), "Test Not Completed");
     EXPECT_EQ(member(0).state, UnitTest::NotRun);
-    QStringList const lines = resultsLines(path);
-    expectHeader(lines);
     // The encoder test never ran, so it has no name yet.
-    EXPECT_EQ(lines.mid(5),
-              (QStringList{QStringLiteral("Not Run - "), QStringLiteral("Not Run - Button Tests"),
-                           QStringLiteral("Not Run - Headphone Jack Detection Test"),
-                           QStringLiteral("Not Run - Speaker Output Test"),
-                           QStringLiteral("Not Run - Headphone Output Test")}));
+    expectResults({"Not Run - ", "Not Run - Button Tests",
+                   "Not Run - Headphone Jack Detection Test", "Not Run - Speaker Output Test",
+                   "Not Run - Headphone Output Test"});
 }
 
 // "d" at the LED question opens the debug display; back from it, the group
 // runs again from its first button, the other members keeping their passes.
 TEST_F(PlanRun, DebugInsideGroupRerunsTheGroup) {
     p.mgr().setCurrentTestIndex(1);
-    scriptAllButtons();
+    scriptButtons(kButtons);
     p.term().key('d');
     p.snap().term().keys("xq");
     p.term().key('y');
