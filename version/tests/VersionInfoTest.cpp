@@ -1,4 +1,6 @@
+#include <array>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -15,9 +17,9 @@ namespace {
 // Answers from fixed ids (-1: absent) and records the questions asked.
 class FakePlatform : public PlatformAbstraction {
 public:
-    int ids[4] = {-1, -1, -1, -1};
+    std::array<int, 4> ids = {-1, -1, -1, -1};
     bool fpgaOk = false;
-    unsigned int fpga[5] = {};
+    std::array<unsigned int, 5> fpga = {};
     bool powerShare = false;
     std::vector<std::string> calls;
 
@@ -33,11 +35,7 @@ public:
                           unsigned int& e) override {
         calls.push_back("fpga");
         if (fpgaOk) {
-            a = fpga[0];
-            b = fpga[1];
-            c = fpga[2];
-            d = fpga[3];
-            e = fpga[4];
+            std::tie(a, b, c, d, e) = std::tie(fpga[0], fpga[1], fpga[2], fpga[3], fpga[4]);
         }
         return fpgaOk;
     }
@@ -74,13 +72,9 @@ TEST(VersionInfo, NothingFound) {
 
 TEST(VersionInfo, BoardsInOrderAndFpgaBuild) {
     FakePlatform platform;
-    platform.ids[0] = 64;
-    platform.ids[1] = 0;
-    platform.ids[2] = 5;
-    platform.ids[3] = 11;
+    platform.ids = {64, 0, 5, 11};
     platform.fpgaOk = true;
-    unsigned int const fpga[5] = {77, 3, 14, 0, 1234};
-    std::copy(std::begin(fpga), std::end(fpga), std::begin(platform.fpga));
+    platform.fpga = {77, 3, 14, 0, 1234};
     platform.powerShare = true;
     VersionInfo const info(platform);
 

@@ -99,8 +99,7 @@ protected:
 
 TEST(PcieAxi, WordIndexUsesLow16OffsetBitsInsideTheSubsystem) {
     struct Case {
-        unsigned int subsystem;
-        unsigned int offset;
+        unsigned int subsystem, offset;
         std::uint64_t wordIndex;
     };
     std::vector<Case> const cases = {
@@ -189,58 +188,40 @@ TEST(PcieAxi, HistoryIsClassWideNewestFirstAtMostEight) {
 TEST(PcieAxi, TraceFilter) {
     struct Case {
         char const* what;
-        std::map<std::string, std::string> environment;
+        // ENABLE_AXI_TRACING, TRACE_FILTER_SUBSYSTEM, _ADDR, _SKIP_FIRST; nullptr: unset
+        char const* variables[4];
         std::vector<int> traced;
     };
     std::vector<Case> const cases = {
         {"tracing not enabled", {}, {}},
-        {"tracing set to 0", {{"ENABLE_AXI_TRACING", "0"}}, {}},
-        {"filters without tracing", {{"TRACE_FILTER_SUBSYSTEM", "3"}}, {}},
-        {"everything", {{"ENABLE_AXI_TRACING", "1"}}, {1, 2, 3, 4, 5}},
-        {"hex enable", {{"ENABLE_AXI_TRACING", "0x1"}}, {1, 2, 3, 4, 5}},
-        {"sub-system 3", {{"ENABLE_AXI_TRACING", "1"}, {"TRACE_FILTER_SUBSYSTEM", "3"}}, {1, 5}},
-        {"offset 0x10 and above",
-         {{"ENABLE_AXI_TRACING", "1"}, {"TRACE_FILTER_ADDR", "0x10"}},
-         {1, 2, 3, 5}},
-        {"offsets 0x10 to 0x20",
-         {{"ENABLE_AXI_TRACING", "1"}, {"TRACE_FILTER_ADDR", "0x10:0x20"}},
-         {1, 2, 5}},
-        {"offsets 16 to 32",
-         {{"ENABLE_AXI_TRACING", "1"}, {"TRACE_FILTER_ADDR", "16:32"}},
-         {1, 2, 5}},
-        {"offsets 0x18 to 0x18",
-         {{"ENABLE_AXI_TRACING", "1"}, {"TRACE_FILTER_ADDR", "0x18:0x18"}},
-         {5}},
-        {"low bound not a number",
-         {{"ENABLE_AXI_TRACING", "1"}, {"TRACE_FILTER_ADDR", "zz"}},
-         {1, 2, 3, 4, 5}},
-        {"high bound not a number",
-         {{"ENABLE_AXI_TRACING", "1"}, {"TRACE_FILTER_ADDR", "0x10:junk"}},
-         {1, 2, 3, 5}},
+        {"tracing set to 0", {"0"}, {}},
+        {"filters without tracing", {nullptr, "3"}, {}},
+        {"everything", {"1"}, {1, 2, 3, 4, 5}},
+        {"hex enable", {"0x1"}, {1, 2, 3, 4, 5}},
+        {"sub-system 3", {"1", "3"}, {1, 5}},
+        {"offset 0x10 and above", {"1", nullptr, "0x10"}, {1, 2, 3, 5}},
+        {"offsets 0x10 to 0x20", {"1", nullptr, "0x10:0x20"}, {1, 2, 5}},
+        {"offsets 16 to 32", {"1", nullptr, "16:32"}, {1, 2, 5}},
+        {"offsets 0x18 to 0x18", {"1", nullptr, "0x18:0x18"}, {5}},
+        {"low bound not a number", {"1", nullptr, "zz"}, {1, 2, 3, 4, 5}},
+        {"high bound not a number", {"1", nullptr, "0x10:junk"}, {1, 2, 3, 5}},
         // The very first access (count 0) is never above the default skip
         // count of 0, so it is not traced.
-        {"skip nothing",
-         {{"ENABLE_AXI_TRACING", "1"}, {"TRACE_FILTER_SKIP_FIRST", "-1"}},
-         {0, 1, 2, 3, 4, 5}},
-        {"skip first two",
-         {{"ENABLE_AXI_TRACING", "1"}, {"TRACE_FILTER_SKIP_FIRST", "2"}},
-         {3, 4, 5}},
-        {"skip counts every access",
-         {{"ENABLE_AXI_TRACING", "1"},
-          {"TRACE_FILTER_SUBSYSTEM", "2"},
-          {"TRACE_FILTER_SKIP_FIRST", "2"}},
-         {3, 4}},
-        {"all filters",
-         {{"ENABLE_AXI_TRACING", "1"},
-          {"TRACE_FILTER_SUBSYSTEM", "2"},
-          {"TRACE_FILTER_ADDR", "0x10:0x20"},
-          {"TRACE_FILTER_SKIP_FIRST", "1"}},
-         {2}},
+        {"skip nothing", {"1", nullptr, nullptr, "-1"}, {0, 1, 2, 3, 4, 5}},
+        {"skip first two", {"1", nullptr, nullptr, "2"}, {3, 4, 5}},
+        {"skip counts every access", {"1", "2", nullptr, "2"}, {3, 4}},
+        {"all filters", {"1", "2", "0x10:0x20", "1"}, {2}},
     };
     RegisterWindowFile window;
     for (Case const& c : cases) {
         SCOPED_TRACE(c.what);
-        ScopedTraceEnvironment environment(c.environment);
+        std::map<std::string, std::string> variables;
+        for (int i = 0; i < 4; ++i) {
+            if (c.variables[i] != nullptr) {
+                variables[kTraceVariables[i]] = c.variables[i];
+            }
+        }
+        ScopedTraceEnvironment environment(variables);
         ScopedRecordingLogger log;
         PcieAxi axi(window.paths());
         runTraceSequence(axi);
@@ -350,29 +331,22 @@ void logToStderr() {
 TEST(PcieAxiDeathTest, UnassignedSubsystemAborts) {
     GTEST_FLAG_SET(death_test_style, "threadsafe");
     RegisterWindowFile window;
-    char const* const expected =
-        "Attempting AXI access to unassigned subsystem - unable to continue - aborting.*"
-        "Last few AXI accesses";
-    EXPECT_DEATH(
-        {
-            logToStderr();
-            PcieAxi axi(window.paths());
-            axi.axiRead(99, 0);
-        },
-        expected);
-    EXPECT_DEATH(
-        {
-            logToStderr();
-            PcieAxi axi(window.paths());
-            axi.axiWrite(99, 0x10, 1);
-        },
-        expected);
-    // No device does not save it: the check comes first.
-    EXPECT_DEATH(
-        {
-            logToStderr();
-            PcieAxi axi(noDevice());
-            axi.axiWrite(99, 0, 0);
-        },
-        expected);
+    // The last case has no device: that does not save it, the check comes first.
+    struct Case {
+        Calvento::PlatformPaths paths;
+        bool write;
+        unsigned int offset;
+    };
+    for (Case const& c : {Case{window.paths(), false, 0}, Case{window.paths(), true, 0x10},
+                          Case{noDevice(), true, 0}}) {
+        SCOPED_TRACE(c.offset);
+        EXPECT_DEATH(
+            {
+                logToStderr();
+                PcieAxi axi(c.paths);
+                c.write ? axi.axiWrite(99, c.offset, 1) : static_cast<void>(axi.axiRead(99, 0));
+            },
+            "Attempting AXI access to unassigned subsystem - unable to continue - aborting.*"
+            "Last few AXI accesses");
+    }
 }

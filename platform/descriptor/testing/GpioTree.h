@@ -10,6 +10,8 @@
 #include <string>
 #include <vector>
 
+#include "platform/axi/PlatformPaths.h"
+
 namespace Calvento::testing {
 
 class GpioTree {
@@ -32,6 +34,13 @@ public:
     // The prefix read_board_id formats line numbers onto.
     std::string root() const { return dir_ + "/gpio"; }
     std::string const& dir() const { return dir_; }
+    // Platform paths with this tree and "<dir>/calv_pcie" as the driver's file.
+    PlatformPaths paths() const {
+        PlatformPaths p;
+        p.gpioRoot = root();
+        p.pcieProcFile = dir_ + "/calv_pcie";
+        return p;
+    }
 
     void setLine(unsigned int line, int level) {
         std::filesystem::create_directories(root() + std::to_string(line));

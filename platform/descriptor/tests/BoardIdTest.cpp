@@ -1,4 +1,5 @@
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -10,19 +11,14 @@ using Calvento::read_board_id;
 using Calvento::testing::GpioTree;
 
 TEST(ReadBoardId, GroupsReadMostSignificantLineFirst) {
-    struct Case {
-        int group;
-        unsigned int value;
-    };
-    std::vector<Case> const cases = {
-        {0, 0}, {0, 1}, {0, 63},  {0, 64},   {0, 127}, {0, 0x55}, {1, 0},   {1, 31},  {1, 0x12},
-        {2, 4}, {2, 5}, {2, 127}, {2, 0x2A}, {3, 0},   {3, 15},   {3, 0x9}, {3, 0x6},
-    };
-    for (Case const& c : cases) {
-        SCOPED_TRACE(testing::Message() << "group " << c.group << " value " << c.value);
+    std::vector<std::pair<int, unsigned int>> const cases = {
+        {0, 0}, {0, 1}, {0, 63},  {0, 64},   {0, 127}, {0, 0x55}, {1, 0},   {1, 31}, {1, 0x12},
+        {2, 4}, {2, 5}, {2, 127}, {2, 0x2A}, {3, 0},   {3, 15},   {3, 0x9}, {3, 0x6}};
+    for (auto const& [group, value] : cases) {
+        SCOPED_TRACE(testing::Message() << "group " << group << " value " << value);
         GpioTree tree; // fresh tree: fresh cache
-        tree.setGroup(c.group, c.value);
-        EXPECT_EQ(read_board_id(c.group, tree.root()), static_cast<int>(c.value));
+        tree.setGroup(group, value);
+        EXPECT_EQ(read_board_id(group, tree.root()), static_cast<int>(value));
     }
 }
 
@@ -85,22 +81,20 @@ TEST(ReadBoardId, GroupsOutsideZeroToThree) {
 }
 
 TEST(BoardVariants, BaseboardAndFrontPanel) {
-    struct Case {
-        int baseboard; // -1: lines missing
-        int variant;
-    };
-    for (Case const& c : std::vector<Case>{{0, 0}, {63, 0}, {64, 1}, {127, 1}, {-1, 2}}) {
-        SCOPED_TRACE(c.baseboard);
+    // Baseboard id -1: lines missing.
+    for (auto const& [baseboard, variant] :
+         std::vector<std::pair<int, int>>{{0, 0}, {63, 0}, {64, 1}, {127, 1}, {-1, 2}}) {
+        SCOPED_TRACE(baseboard);
         GpioTree tree;
-        if (c.baseboard >= 0) {
-            tree.setGroup(0, static_cast<unsigned int>(c.baseboard));
+        if (baseboard >= 0) {
+            tree.setGroup(0, static_cast<unsigned int>(baseboard));
         }
         testing::internal::CaptureStderr();
-        EXPECT_EQ(Calvento::get_baseboard_variant(tree.root()), c.variant);
+        EXPECT_EQ(Calvento::get_baseboard_variant(tree.root()), variant);
         testing::internal::GetCapturedStderr();
     }
-    EXPECT_EQ(Calvento::get_front_panel_variant(-1), 1);
-    EXPECT_EQ(Calvento::get_front_panel_variant(4), 1);
-    EXPECT_EQ(Calvento::get_front_panel_variant(5), 2);
-    EXPECT_EQ(Calvento::get_front_panel_variant(127), 2);
+    for (auto const& [frontPanel, variant] :
+         std::vector<std::pair<int, int>>{{-1, 1}, {4, 1}, {5, 2}, {127, 2}}) {
+        EXPECT_EQ(Calvento::get_front_panel_variant(frontPanel), variant) << frontPanel;
+    }
 }

@@ -15,13 +15,6 @@ using ::testing::ElementsAreArray;
 
 namespace {
 
-Calvento::PlatformPaths pathsFor(GpioTree const& tree) {
-    Calvento::PlatformPaths paths;
-    paths.gpioRoot = tree.root();
-    paths.pcieProcFile = tree.dir() + "/calv_pcie";
-    return paths;
-}
-
 std::vector<int> boardIds(PlatformDescriptor const& descriptor) {
     std::vector<int> ids;
     for (unsigned int i = 0; i < descriptor.getNumBoards(); ++i) {
@@ -58,7 +51,7 @@ TEST(PlatformDescriptorFactory, BoardsFromTheStraps) {
             }
         }
         testing::internal::CaptureStderr();
-        auto const descriptor = PlatformDescriptorFactory::createPlatformDescriptor(pathsFor(tree));
+        auto const descriptor = PlatformDescriptorFactory::createPlatformDescriptor(tree.paths());
         testing::internal::GetCapturedStderr();
         ASSERT_NE(descriptor, nullptr);
         EXPECT_EQ(descriptor->getDevice(), c.device);
@@ -72,7 +65,7 @@ TEST(PlatformDescriptorFactory, BoardWordsCarryVariantAndStrapId) {
     tree.setGroup(1, 2);
     tree.setGroup(2, 6);
     tree.setGroup(3, 1);
-    auto const descriptor = PlatformDescriptorFactory::createPlatformDescriptor(pathsFor(tree));
+    auto const descriptor = PlatformDescriptorFactory::createPlatformDescriptor(tree.paths());
     ASSERT_NE(descriptor, nullptr);
     std::deque<unsigned int> words;
     descriptor->serialize(words);
@@ -93,36 +86,34 @@ TEST(PlatformDescriptorFactory, MissingLineLeavesBoardOutUntilItReads) {
     tree.setGroup(2, 5);
     tree.removeLine(500);
     testing::internal::CaptureStderr();
-    auto const before = PlatformDescriptorFactory::createPlatformDescriptor(pathsFor(tree));
+    auto const before = PlatformDescriptorFactory::createPlatformDescriptor(tree.paths());
     std::string const err = testing::internal::GetCapturedStderr();
     EXPECT_THAT(boardIds(*before), ElementsAre(2));
     EXPECT_NE(err.find(tree.root() + "500/value: No such file or directory\n"), std::string::npos);
 
     tree.setLine(500, 0);
     testing::internal::CaptureStderr();
-    auto const after = PlatformDescriptorFactory::createPlatformDescriptor(pathsFor(tree));
+    auto const after = PlatformDescriptorFactory::createPlatformDescriptor(tree.paths());
     testing::internal::GetCapturedStderr();
     EXPECT_THAT(boardIds(*after), ElementsAre(2, 5));
     EXPECT_EQ(after->getBoardDescriptor(BoardDescriptor::CV084_VYP_FRONT_PANEL)->getStrapId(), 5U);
 }
 
 TEST(BoardDescriptor, Names) {
-    std::vector<std::string> const names = {
-        "Undefined/Unknown Board",
-        "CV069 Vy Baseboard",
-        "CV079 VyL/VyP Baseboard",
-        "CV070 Vy/VyL/VyP Mezzanine Board",
-        "CV072 Vy/VyL Front Panel Board",
-        "CV084 VyP Front Panel Board",
-        "CV098 VyP Power Share Board",
-        "CV087 40KM CPU Carrier Board",
-        "CV088 40KM FPGA Board",
-        "CV089 40KM SDI I/O Board",
-        "CV090 40KM Front Panel Board",
-        "CV091 40KM Backplane",
-        "CV094 40KM Miscellaneous I/O Board",
-        "Undefined/Unknown Board",
-    };
+    std::vector<std::string> const names = {"Undefined/Unknown Board",
+                                            "CV069 Vy Baseboard",
+                                            "CV079 VyL/VyP Baseboard",
+                                            "CV070 Vy/VyL/VyP Mezzanine Board",
+                                            "CV072 Vy/VyL Front Panel Board",
+                                            "CV084 VyP Front Panel Board",
+                                            "CV098 VyP Power Share Board",
+                                            "CV087 40KM CPU Carrier Board",
+                                            "CV088 40KM FPGA Board",
+                                            "CV089 40KM SDI I/O Board",
+                                            "CV090 40KM Front Panel Board",
+                                            "CV091 40KM Backplane",
+                                            "CV094 40KM Miscellaneous I/O Board",
+                                            "Undefined/Unknown Board"};
     for (int id = 0; id < static_cast<int>(names.size()); ++id) {
         EXPECT_EQ(BoardDescriptor(BoardDescriptor::BoardId(id)).getBoardName().toStdString(),
                   names[static_cast<std::size_t>(id)])
@@ -172,21 +163,16 @@ TEST(PlatformDescriptor, SerializeRoundTripAndRejects) {
     copy.serialize(again);
     EXPECT_THAT(again, ElementsAreArray(words.begin() + 1, words.end() - 1));
 
-    struct Bad {
-        char const* what;
-        std::deque<unsigned int> words;
-    };
-    std::vector<Bad> const bad = {
+    std::vector<std::pair<char const*, std::deque<unsigned int>>> const bad = {
         {"empty", {}},
         {"no count", {1}},
         {"board cut short", {1, 1, 5, 2, 5}},
         {"count too high", {1, 2, 5, 2, 5, 0}},
-        {"same board twice", {1, 2, 5, 2, 5, 0, 5, 2, 5, 0}},
-    };
-    for (Bad const& b : bad) {
-        SCOPED_TRACE(b.what);
+        {"same board twice", {1, 2, 5, 2, 5, 0, 5, 2, 5, 0}}};
+    for (auto const& [what, badWords] : bad) {
+        SCOPED_TRACE(what);
         unsigned int at = 0;
-        EXPECT_FALSE(copy.deserialize(b.words, at));
+        EXPECT_FALSE(copy.deserialize(badWords, at));
         EXPECT_EQ(at, 0U);
         EXPECT_EQ(copy.getNumBoards(), 2U);
     }

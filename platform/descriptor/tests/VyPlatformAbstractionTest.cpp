@@ -15,13 +15,6 @@ using ::testing::ElementsAreArray;
 
 namespace {
 
-Calvento::PlatformPaths pathsFor(GpioTree const& tree) {
-    Calvento::PlatformPaths paths;
-    paths.gpioRoot = tree.root();
-    paths.pcieProcFile = tree.dir() + "/calv_pcie";
-    return paths;
-}
-
 void writeProc(GpioTree const& tree, std::string const& text) {
     // In place, as the driver's file stays the same file.
     std::ofstream(tree.dir() + "/calv_pcie", std::ios::in | std::ios::out | std::ios::trunc)
@@ -34,7 +27,7 @@ TEST(VyPlatformAbstraction, BoardIdentities) {
     GpioTree tree;
     tree.setGroup(0, 66);
     tree.setGroup(2, 5);
-    VyPlatformAbstraction platform(pathsFor(tree));
+    VyPlatformAbstraction platform(tree.paths());
     testing::internal::CaptureStderr();
     EXPECT_EQ(platform.getBoardId(0), 66);
     EXPECT_EQ(platform.getBoardId(1), -1);
@@ -64,11 +57,10 @@ TEST(VyPlatformAbstraction, FpgaBuildRecord) {
         {"7 1 two 3 45", false, {}},
         {"7 1 -2 3 45", false, {}},
         {"7 1 2 3 4294967296", false, {}},
-        {"", false, {}},
-    };
+        {"", false, {}}};
     GpioTree tree;
     writeProc(tree, "");
-    VyPlatformAbstraction platform(pathsFor(tree));
+    VyPlatformAbstraction platform(tree.paths());
     // The same open file is read again on every call.
     for (Case const& c : cases) {
         SCOPED_TRACE(c.text);
@@ -83,7 +75,7 @@ TEST(VyPlatformAbstraction, FpgaBuildRecord) {
 
 TEST(VyPlatformAbstraction, NoDriverFile) {
     GpioTree tree;
-    VyPlatformAbstraction platform(pathsFor(tree));
+    VyPlatformAbstraction platform(tree.paths());
     unsigned int a = 1, b = 2, c = 3, d = 4, e = 5;
     EXPECT_FALSE(platform.getFPGABuildInfo(a, b, c, d, e));
     EXPECT_EQ(a + b + c + d + e, 15U);
@@ -96,7 +88,7 @@ TEST(VersionInfo, FromTheInstrument) {
     tree.setGroup(3, 2);
     writeProc(tree, "4 2 7 1 310\n");
     testing::internal::CaptureStderr();
-    VersionInfo const& info = Calvento::getVersionInfo(pathsFor(tree));
+    VersionInfo const& info = Calvento::getVersionInfo(tree.paths());
     testing::internal::GetCapturedStderr();
 
     std::vector<VersionInfo::Entry> const expected = {
@@ -112,13 +104,12 @@ TEST(VersionInfo, FromTheInstrument) {
         {"Frontpanel", "5"},
         {"FPGA ID", "4"},
         {"FPGA", "2.7.1+310"},
-        {"PowerShareFitted", "Yes"},
-    };
+        {"PowerShareFitted", "Yes"}};
     EXPECT_THAT(info.getEntries(), ElementsAreArray(expected));
     EXPECT_EQ(info.device(), 72);
 
     // Built once: later changes to the hardware do not show.
     writeProc(tree, "5 3 0 0 1\n");
-    EXPECT_EQ(&Calvento::getVersionInfo(pathsFor(tree)), &info);
+    EXPECT_EQ(&Calvento::getVersionInfo(tree.paths()), &info);
     EXPECT_EQ(info.getValue("FPGA"), "2.7.1+310");
 }

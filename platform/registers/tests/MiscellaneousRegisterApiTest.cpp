@@ -1,5 +1,6 @@
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -79,19 +80,14 @@ TEST(MiscellaneousRegisterApi, FirmwareVersionIsReadAfreshEveryTime) {
 }
 
 TEST(MiscellaneousRegisterApi, VolumeIsA22BitFractionThatWraps) {
-    struct Case {
-        int volume;
-        unsigned int written;
-    };
-    std::vector<Case> const cases = {
-        {0, 0},       {1, 41943},    {50, 2097150},  {100, 4194300},
-        {101, 41939}, {-1, 4152361}, {200, 4194296},
-    };
-    for (Case const& c : cases) {
-        SCOPED_TRACE(c.volume);
+    std::vector<std::pair<int, unsigned int>> const cases = {
+        {0, 0},       {1, 41943},    {50, 2097150}, {100, 4194300},
+        {101, 41939}, {-1, 4152361}, {200, 4194296}};
+    for (auto const& [volume, written] : cases) {
+        SCOPED_TRACE(volume);
         Fixture f;
-        f.misc.setFrontPanelAudioVolume(c.volume);
-        EXPECT_THAT(f.axi->accesses, ElementsAre(axiWr(kSub, 0x07, c.written)));
+        f.misc.setFrontPanelAudioVolume(volume);
+        EXPECT_THAT(f.axi->accesses, ElementsAre(axiWr(kSub, 0x07, written)));
     }
 }
 

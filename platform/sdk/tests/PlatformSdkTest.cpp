@@ -1,6 +1,7 @@
 #include <map>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -76,19 +77,17 @@ TEST(PlatformSdk, SelfTestImageRegistersTheSelfTestBlocksOnSubsystemNine) {
 
     EXPECT_TRUE(std::dynamic_pointer_cast<MiscellaneousRegisterApi>(
         p.sdk->getSubsystem(SubsystemType::MISCELLANEOUS, 0)));
-    EXPECT_EQ(p.axiSubsystemOf(28), 0u);
     EXPECT_TRUE(std::dynamic_pointer_cast<AesSrcTestRegisterApi>(p.sdk->getSubsystem(type(0), 0)));
     EXPECT_TRUE(
         std::dynamic_pointer_cast<AudioSelfTestToneRegisterApi>(p.sdk->getSubsystem(type(5), 0)));
     EXPECT_TRUE(std::dynamic_pointer_cast<EyeJitterAdcSelfTestRegisterApi>(
         p.sdk->getSubsystem(type(11), 0)));
-    EXPECT_EQ(p.axiSubsystemOf(0), 9u);
-    EXPECT_EQ(p.axiSubsystemOf(5), 9u);
-    EXPECT_EQ(p.axiSubsystemOf(11), 9u);
+    for (auto const& [kind, axiSubsystem] :
+         std::map<int, unsigned int>{{28, 0u}, {0, 9u}, {5, 9u}, {11, 9u}, {26, 6u}, {38, 0u}}) {
+        EXPECT_EQ(p.axiSubsystemOf(kind), axiSubsystem) << kind;
+    }
     EXPECT_FALSE(p.sdk->getSubsystem(SubsystemType::JITTER, 0));
     EXPECT_FALSE(p.sdk->getSubsystem(SubsystemType::EYE, 0));
-    EXPECT_EQ(p.axiSubsystemOf(26), 6u);
-    EXPECT_EQ(p.axiSubsystemOf(38), 0u);
 
     auto const clock = std::dynamic_pointer_cast<Clock1001SynthesizerSi5367cRegisterApi>(
         p.sdk->getSubsystem(type(50), 0));
@@ -123,9 +122,9 @@ TEST(PlatformSdk, ProductionImageHasNoSelfTestBlocks) {
         Platform p(design, descriptor(Calvento::Vy::DEVICE_VY));
         ASSERT_TRUE(p.sdk);
         EXPECT_FALSE(p.sdk->inSelfTestMode());
-        EXPECT_FALSE(p.sdk->getSubsystem(type(0), 0));
-        EXPECT_FALSE(p.sdk->getSubsystem(type(5), 0));
-        EXPECT_FALSE(p.sdk->getSubsystem(type(11), 0));
+        for (int selfTestKind : {0, 5, 11}) {
+            EXPECT_FALSE(p.sdk->getSubsystem(type(selfTestKind), 0)) << selfTestKind;
+        }
         EXPECT_EQ(p.axiSubsystemOf(28), 0u);
         EXPECT_EQ(p.axiSubsystemOf(21), 8u);
         EXPECT_EQ(p.axiSubsystemOf(10), 8u);
@@ -212,30 +211,22 @@ TEST(PlatformSdk, SubsystemLookupTablesAreByteExact) {
 }
 
 TEST(PlatformSdk, FrontPanelDacOnlyOnCv072BuildsThreeAndFour) {
-    struct Case {
-        BoardDescriptor::BoardId board;
-        unsigned int secondAttribute;
-        bool dac;
-    };
-    std::vector<Case> const cases = {
-        {BoardDescriptor::CV072_VY_VYL_FRONT_PANEL, 2, false},
-        {BoardDescriptor::CV072_VY_VYL_FRONT_PANEL, 3, true},
-        {BoardDescriptor::CV072_VY_VYL_FRONT_PANEL, 4, true},
-        {BoardDescriptor::CV072_VY_VYL_FRONT_PANEL, 5, false},
-        {BoardDescriptor::CV084_VYP_FRONT_PANEL, 3, false},
-        {BoardDescriptor::CV084_VYP_FRONT_PANEL, 5, false},
-    };
-    for (auto const& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.board << "/" << c.secondAttribute);
+    auto const cv072 = BoardDescriptor::CV072_VY_VYL_FRONT_PANEL;
+    auto const cv084 = BoardDescriptor::CV084_VYP_FRONT_PANEL;
+    std::vector<std::tuple<BoardDescriptor::BoardId, unsigned int, bool>> const cases = {
+        {cv072, 2, false}, {cv072, 3, true},  {cv072, 4, true},
+        {cv072, 5, false}, {cv084, 3, false}, {cv084, 5, false}};
+    for (auto const& [board, secondAttribute, hasDac] : cases) {
+        SCOPED_TRACE(testing::Message() << board << "/" << secondAttribute);
         auto platform = descriptor(Calvento::Vy::DEVICE_VYL_VYP);
         // Attribute words: variant, then the one that selects the DAC.
         ASSERT_TRUE(platform->addBoard(
-            std::make_shared<BoardDescriptor const>(c.board, 1, c.secondAttribute, 7)));
+            std::make_shared<BoardDescriptor const>(board, 1, secondAttribute, 7)));
         Platform p(11, platform);
         ASSERT_TRUE(p.sdk);
         auto const dac =
             std::dynamic_pointer_cast<VyFrontPanelDacWm9081>(p.sdk->getSubsystem(type(55), 0));
-        EXPECT_EQ(static_cast<bool>(dac), c.dac);
+        EXPECT_EQ(static_cast<bool>(dac), hasDac);
         if (dac) {
             EXPECT_EQ(dac->deviceId(), I2cDeviceId{20});
         }
