@@ -23,23 +23,13 @@ namespace fpt::testing {
 struct ManagerRig {
     explicit ManagerRig(bool selfTestImageLoaded = true) {
         FrontPanelTestManager::Devices d;
-        auto term = std::make_unique<ScriptedTerminal>();
-        auto pan = std::make_unique<RecordingFrontPanelComms>();
-        auto kbd = std::make_unique<ScriptedEventDeviceComms>(
-            QStringLiteral("/dev/input/cv084_fp_keyboard"));
-        auto enc =
-            std::make_unique<ScriptedEventDeviceComms>(QStringLiteral("/dev/input/cv084_fp_mouse"));
-        auto fpga = std::make_unique<RecordingSelfTestFPGAComms>(selfTestImageLoaded);
-        terminal = term.get();
-        panel = pan.get();
-        keyboard = kbd.get();
-        encoder = enc.get();
-        selfTest = fpga.get();
-        d.terminal = std::move(term);
-        d.panel = std::move(pan);
-        d.keyboard = std::move(kbd);
-        d.encoder = std::move(enc);
-        d.selfTest = std::move(fpga);
+        terminal = own<ScriptedTerminal>(d.terminal);
+        panel = own<RecordingFrontPanelComms>(d.panel);
+        keyboard = own<ScriptedEventDeviceComms>(d.keyboard,
+                                                 QStringLiteral("/dev/input/cv084_fp_keyboard"));
+        encoder =
+            own<ScriptedEventDeviceComms>(d.encoder, QStringLiteral("/dev/input/cv084_fp_mouse"));
+        selfTest = own<RecordingSelfTestFPGAComms>(d.selfTest, selfTestImageLoaded);
         d.sleep = [this](int32_t ms) { sleeps.push_back(ms); };
         d.upload = [this](QString const& path, QString const& dir) {
             uploads.emplace_back(path, dir);
@@ -51,6 +41,14 @@ struct ManagerRig {
     ManagerRig& operator=(ManagerRig const&) = delete;
 
     FrontPanelTestManager& mgr() { return *manager; }
+
+    // Makes a T for the manager's slot and keeps a raw pointer to it.
+    template <class T, class Slot, class... Args> static T* own(Slot& slot, Args&&... args) {
+        auto p = std::make_unique<T>(std::forward<Args>(args)...);
+        T* raw = p.get();
+        slot = std::move(p);
+        return raw;
+    }
 
     ScriptedTerminal* terminal = nullptr;
     RecordingFrontPanelComms* panel = nullptr;

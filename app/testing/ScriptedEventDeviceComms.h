@@ -7,17 +7,17 @@
 
 #include <QString>
 #include <array>
-#include <deque>
 #include <functional>
 #include <linux/input.h>
 
+#include "app/testing/ScriptedPort.h"
 #include "comms/EventDeviceComms.h"
 
 namespace fpt::testing {
 
-class ScriptedEventDeviceComms : public EventDeviceComms {
+class ScriptedEventDeviceComms : public ScriptedPort<EventDeviceComms, ScriptedEventDeviceComms> {
 public:
-    explicit ScriptedEventDeviceComms(QString path) : EventDeviceComms(std::move(path)) {}
+    explicit ScriptedEventDeviceComms(QString path) : ScriptedPort(std::move(path)) {}
 
     // The Linux key code the panel's keyboard device reports for a button.
     static int keyCode(int button) {
@@ -28,23 +28,8 @@ public:
         return codes.at(static_cast<std::size_t>(button));
     }
 
-    bool initialize() override {
-        ++initializeCalls;
-        return initializeResult;
-    }
-    bool servicePort() override {
-        ++serviceCalls;
-        if (!m_steps.empty()) {
-            auto step = std::move(m_steps.front());
-            m_steps.pop_front();
-            step(*this);
-        }
-        return true;
-    }
-
     // ---- Script: each call below is one poll's worth of input ----
     ScriptedEventDeviceComms& press(int button) { return key(button, Pressed); }
-    ScriptedEventDeviceComms& repeat(int button) { return key(button, Repeat); }
     ScriptedEventDeviceComms& release(int button) { return key(button, Released); }
     ScriptedEventDeviceComms& turn(int delta) {
         return step([delta](ScriptedEventDeviceComms& self) { self.turnNow(delta); });
@@ -54,11 +39,6 @@ public:
             step([](ScriptedEventDeviceComms&) {});
         return *this;
     }
-    ScriptedEventDeviceComms& step(std::function<void(ScriptedEventDeviceComms&)> fn) {
-        m_steps.push_back(std::move(fn));
-        return *this;
-    }
-    bool scriptDone() const { return m_steps.empty(); }
 
     // ---- Immediate input (e.g. from a terminal script action) ----
     void pressNow(int button) { keyNow(button, Pressed); }
@@ -73,18 +53,12 @@ public:
         processReceivedEvent(ev);
     }
 
-    bool initializeResult = true;
-    int initializeCalls = 0;
-    int serviceCalls = 0;
-
 private:
     ScriptedEventDeviceComms& key(int button, KeyPress press) {
         return step(
             [button, press](ScriptedEventDeviceComms& self) { self.keyNow(button, press); });
     }
     void keyNow(int button, KeyPress press) { eventNow(EV_KEY, keyCode(button), press); }
-
-    std::deque<std::function<void(ScriptedEventDeviceComms&)>> m_steps;
 };
 
 } // namespace fpt::testing

@@ -69,17 +69,10 @@ public:
     int idleLimit = 2000;
 
     // ---- Terminal ----
-    void start() override {
-        if (!m_started)
-            ++startCount;
-        m_started = true;
-    }
+    void start() override { m_started = true; }
     void stop() override {
-        if (m_started) {
-            ++stopCount;
-            if (onStop)
-                onStop();
-        }
+        if (m_started && onStop)
+            onStop();
         m_started = false;
     }
     // Told when the screen is given back; lets a test see that happen while
@@ -120,56 +113,39 @@ public:
         echo = echoKeys;
     }
     int readKey() override {
-        ++keyReads;
         for (;;) {
             if (m_script.empty()) {
                 if (blocking || ++m_idleReads > idleLimit)
                     throw ScriptExhausted("terminal script exhausted waiting for a key");
                 return kNoKey;
             }
-            Entry e = std::move(m_script.front());
-            m_script.pop_front();
-            switch (e.kind) {
-            case Entry::Action:
+            Entry e = pop();
+            if (e.kind == Entry::Action)
                 e.fn();
-                continue;
-            case Entry::NoKey:
-                if (blocking)
-                    continue;
-                return kNoKey;
-            case Entry::Key:
-                return e.key;
-            case Entry::Word:
+            else if (e.kind == Entry::Word)
                 throw std::logic_error("terminal script has a word where a key is read: " + e.text);
-            }
+            else if (e.kind == Entry::Key || !blocking)
+                return e.key; // kNoKey for a NoKey entry
         }
     }
     std::string readWord(int maxChars) override {
-        ++wordReads;
         wordLimits.push_back(maxChars);
         for (;;) {
             if (m_script.empty())
                 throw ScriptExhausted("terminal script exhausted waiting for a word");
-            Entry e = std::move(m_script.front());
-            m_script.pop_front();
-            if (e.kind == Entry::Action) {
+            Entry e = pop();
+            if (e.kind == Entry::Action)
                 e.fn();
-                continue;
-            }
-            if (e.kind != Entry::Word)
+            else if (e.kind != Entry::Word)
                 throw std::logic_error("terminal script has a key where a word is read");
-            return e.text;
+            else
+                return e.text;
         }
     }
 
     // ---- What was shown (as of the last refresh) ----
     // A row with trailing blanks removed.
     std::string row(int r) const { return rtrim(m_front.at(static_cast<std::size_t>(r))); }
-    // len characters from row r, column c, blanks kept.
-    std::string at(int r, int c, int len) const {
-        return m_front.at(static_cast<std::size_t>(r))
-            .substr(static_cast<std::size_t>(c), static_cast<std::size_t>(len));
-    }
     Attr attrAt(int r, int c) const {
         return m_frontAttr.at(static_cast<std::size_t>(r)).at(static_cast<std::size_t>(c));
     }
@@ -203,12 +179,8 @@ public:
         return frame.substr(pos, frame.find('\n', pos) - pos);
     }
 
-    int startCount = 0;
-    int stopCount = 0;
     int eraseCount = 0;
     int refreshCount = 0;
-    int keyReads = 0;
-    int wordReads = 0;
     std::vector<int> wordLimits;
     bool blocking = false;
     bool echo = false;
@@ -221,6 +193,11 @@ private:
         std::function<void()> fn;
     };
 
+    Entry pop() {
+        Entry e = std::move(m_script.front());
+        m_script.pop_front();
+        return e;
+    }
     static void clearGrid(std::vector<std::string>& grid, std::vector<std::vector<Attr>>& attrs) {
         grid.assign(kRows, std::string(kCols, ' '));
         attrs.assign(kRows, std::vector<Attr>(kCols, Attr::Normal));

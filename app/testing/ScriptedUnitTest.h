@@ -1,8 +1,7 @@
 #pragma once
 
 // A unit test whose runs are scripted: each run takes the next (state, run
-// code) pair, or repeats the last one, and records that it ran and what the
-// manager's title was set to.
+// code) pair, or repeats the last one, and counts that it ran.
 
 #include <QString>
 #include <algorithm>
@@ -22,7 +21,7 @@ public:
         int code;
     };
 
-    ScriptedUnitTest(QString testName, std::vector<Outcome> outcomes)
+    ScriptedUnitTest(QString testName, std::vector<Outcome> outcomes = {})
         : UnitTest(std::move(testName)), m_outcomes(std::move(outcomes)) {}
 
     int run(FrontPanelTestManager& manager) override {

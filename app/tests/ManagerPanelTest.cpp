@@ -77,6 +77,8 @@ TEST(ManagerKeys, HeadphoneAndSpeakerKeysToggle) {
 TEST(ManagerKeys, EachPollServicesTheDevicesSleepsAndRedrawsOnce) {
     ManagerRig rig;
     rig.mgr().initDisplay();
+    EXPECT_EQ(rig.mgr().headphoneState(), -1);
+    rig.panel->receive(QStringLiteral("H1")); // the headphone state comes from panel reports
     rig.terminal->noKey(3);
     int const refreshes = rig.terminal->refreshCount;
     for (int i = 0; i < 3; ++i)
@@ -87,20 +89,17 @@ TEST(ManagerKeys, EachPollServicesTheDevicesSleepsAndRedrawsOnce) {
     EXPECT_EQ(rig.sleeps, (std::vector<int32_t>{100, 100, 100}));
     EXPECT_EQ(rig.terminal->refreshCount - refreshes, 3);
     EXPECT_EQ(rig.terminal->eraseCount, 3);
+    EXPECT_EQ(rig.mgr().headphoneState(), 1);
 }
 
-TEST(ManagerKeys, GetLowerChWaitsForAListedKey) {
+TEST(ManagerKeys, GetLowerChAndPromptWaitForAListedKey) {
     ManagerRig rig;
     rig.mgr().initDisplay();
     rig.terminal->noKey(2).keys("xYqhs").noKey().keys("nq");
     EXPECT_EQ(rig.mgr().getLowerCh("ynmd"), 'n');
     EXPECT_EQ(rig.sleeps.size(), 9u);
     EXPECT_EQ(rig.mgr().getLowerCh(), 'q');
-}
-
-TEST(ManagerKeys, PromptShowsItsTextThenWaits) {
-    ManagerRig rig;
-    rig.mgr().initDisplay();
+    // A prompt shows its text, then waits.
     rig.terminal->noKey().key('D');
     EXPECT_EQ(rig.mgr().prompt(QStringLiteral("\n (M)enu, (D)ebug, (Q)uit: ")), 'd');
     EXPECT_EQ(rig.terminal->row(19), "");
@@ -263,14 +262,4 @@ TEST(ManagerPanel, ColourNamesAndValues) {
         EXPECT_EQ(FrontPanelTestManager::ledColourName(c.colour).toStdString(), c.name);
         EXPECT_EQ(FrontPanelTestManager::ledColourValue(c.colour), c.value);
     }
-}
-
-TEST(ManagerPanel, HeadphoneStateComesFromThePanelReports) {
-    ManagerRig rig;
-    rig.mgr().initDisplay();
-    EXPECT_EQ(rig.mgr().headphoneState(), -1);
-    rig.panel->receive(QStringLiteral("H1"));
-    rig.terminal->noKey();
-    rig.mgr().nonBlockingGetLowerCh();
-    EXPECT_EQ(rig.mgr().headphoneState(), 1);
 }

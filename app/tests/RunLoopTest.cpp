@@ -19,6 +19,9 @@ using Lines = std::vector<std::string>;
 
 namespace {
 
+// What the manager sends as it is destroyed: LEDs off, then both audio outputs.
+Lines const kPanelOff{"Lff000000\n", "A0\n", "A0\n"};
+
 struct LoopRig {
     ManagerRig rig;
     TempResultsFile file;
@@ -63,10 +66,8 @@ TEST(RunLoop, AllPassThenQuitFromTheMenu) {
     LoopRig r;
     r.add("Shaft Encoder Tests", {{0, 1}});
     auto group = std::make_shared<UnitTestGroup>(QStringLiteral("Button Tests"));
-    group->addUnitTest(
-        std::make_shared<ScriptedUnitTest>(QStringLiteral("b1"), std::vector<Outcome>{{0, 1}}));
-    group->addUnitTest(
-        std::make_shared<ScriptedUnitTest>(QStringLiteral("b2"), std::vector<Outcome>{{0, 1}}));
+    for (auto name : {"b1", "b2"})
+        group->addUnitTest(std::make_shared<ScriptedUnitTest>(name, std::vector<Outcome>{{0, 1}}));
     r.rig.mgr().addUnitTest(group);
     r.add("Headphone Jack Detection Test", {{0, 1}});
     // A key for each summary, then the menu's quit.
@@ -93,78 +94,56 @@ TEST(RunLoop, AllPassThenQuitFromTheMenu) {
     EXPECT_EQ(r.rig.encoder->initializeCalls, 1);
 }
 
+namespace {
+// Result lines for tests A and B: 'P' passed, 'F' failed, 'N' not run; "" none.
+std::string linesFor(std::string const& states) {
+    std::string out;
+    char name = 'A';
+    for (char st : states) {
+        char const* text = st == 'P' ? "PASSED " : st == 'F' ? "FAIL!! " : "Not Run";
+        out += std::string(text) + " - " + name++ + "\n";
+    }
+    return out;
+}
+} // namespace
+
 TEST(RunLoop, RunCodes) {
     struct Case {
         char const* what;
-        std::vector<Outcome> first;  // outcomes of test A
-        std::vector<Outcome> second; // outcomes of test B
-        char const* keys;            // summaries, menu, debug display
+        std::vector<Outcome> a, b;
+        char const* keys; // summaries, menu, debug display
         int expectedRun;
-        Lines expectedOrder;
-        char const* expectedBody;
+        char const* order; // the tests in the order they ran
+        char const* results;
     } const cases[] = {
-        {"quit code ends at once, no result lines", {{2, 0}}, {{0, 1}}, "", -1, {"A"}, ""},
-        {"quit from a later test", {{0, 1}}, {{2, 0}}, " ", -1, {"A", "B"}, ""},
-        {"menu code, then choose B, then A again by wrap-around",
-         {{2, 2}, {0, 1}},
-         {{0, 1}},
-         "2  q",
-         0,
-         {"A", "B", "A"},
-         "PASSED  - A\nPASSED  - B\n"},
-        {"debug code reruns the same test",
-         {{2, 3}, {0, 1}},
-         {{1, 1}, {1, 2}},
-         "y  q",
-         0,
-         {"A", "A", "B", "B"},
-         "PASSED  - A\nFAIL!!  - B\n"},
-        {"an unknown code reruns the same test",
-         {{2, 9}, {0, 1}},
-         {{0, 1}},
-         "  q",
-         0,
-         {"A", "A", "B"},
-         "PASSED  - A\nPASSED  - B\n"},
-        {"failed earlier test is found again after the last",
-         {{1, 1}, {0, 1}},
-         {{0, 1}},
-         "   q",
-         0,
-         {"A", "B", "A"},
-         "PASSED  - A\nPASSED  - B\n"},
-        {"a failed test that fails again keeps coming back",
-         {{1, 1}, {1, 1}, {1, 2}},
-         {{0, 1}},
-         "   q",
-         0,
-         {"A", "B", "A", "A"},
-         "FAIL!!  - A\nPASSED  - B\n"},
-        {"menu: a key beyond the list shows the menu again",
-         {{2, 2}},
-         {{0, 1}},
-         "pZq",
-         0,
-         {"A"},
-         "Not Run - A\nNot Run - B\n"},
+        {"quit code ends at once, no result lines", {{2, 0}}, {{0, 1}}, "", -1, "A", ""},
+        {"quit from a later test", {{0, 1}}, {{2, 0}}, " ", -1, "AB", ""},
+        {"menu, choose B, A by wrap-around", {{2, 2}, {0, 1}}, {{0, 1}}, "2  q", 0, "ABA", "PP"},
+        {"debug reruns the same test", {{2, 3}, {0, 1}}, {{1, 1}, {1, 2}}, "y  q", 0, "AABB", "PF"},
+        {"unknown code reruns the test", {{2, 9}, {0, 1}}, {{0, 1}}, "  q", 0, "AAB", "PP"},
+        {"failed test found after the last", {{1, 1}, {0, 1}}, {{0, 1}}, "   q", 0, "ABA", "PP"},
+        {"a failure comes back", {{1, 1}, {1, 1}, {1, 2}}, {{0, 1}}, "   q", 0, "ABAA", "FP"},
+        {"menu: key beyond the list shows it again", {{2, 2}}, {{0, 1}}, "pZq", 0, "A", "NN"},
     };
     for (auto const& c : cases) {
+        SCOPED_TRACE(c.what);
         LoopRig r;
-        r.add("A", c.first);
-        r.add("B", c.second);
-        // Debug display answered with "y" on its first poll; other keys go to
-        // the summary and menu reads.
+        r.add("A", c.a);
+        r.add("B", c.b);
         r.rig.terminal->keys(c.keys);
         int result = -100;
         try {
             result = r.rig.mgr().run();
         } catch (fpt::testing::ScriptExhausted const& e) {
-            ADD_FAILURE() << c.what << ": " << e.what();
+            ADD_FAILURE() << e.what();
         }
-        EXPECT_EQ(result, c.expectedRun) << c.what;
-        EXPECT_EQ(r.order, c.expectedOrder) << c.what;
-        EXPECT_EQ(r.body(), c.expectedBody) << c.what;
-        EXPECT_FALSE(r.rig.terminal->isStarted()) << c.what;
+        EXPECT_EQ(result, c.expectedRun);
+        std::string order;
+        for (auto const& n : r.order)
+            order += n;
+        EXPECT_EQ(order, c.order);
+        EXPECT_EQ(r.body(), linesFor(c.results));
+        EXPECT_FALSE(r.rig.terminal->isStarted());
     }
 }
 
@@ -198,8 +177,7 @@ TEST(RunLoop, NextIncompleteTestSearchesOnThenWrapsRound) {
     for (auto const& c : cases) {
         ManagerRig rig;
         for (int32_t st : c.states) {
-            auto t =
-                std::make_shared<ScriptedUnitTest>(QStringLiteral("t"), std::vector<Outcome>{});
+            auto t = std::make_shared<ScriptedUnitTest>(QStringLiteral("t"));
             t->state = st;
             rig.mgr().addUnitTest(t);
         }
@@ -215,7 +193,6 @@ TEST(RunLoop, UploadAndQuit) {
         r.add("A", {{1, 1}});
         r.add("B", {{0, 2}});
         r.rig.terminal->key(' ').key('U');
-        std::string const expectedBody = "FAIL!!  - A\nPASSED  - B\n";
         testing::internal::CaptureStderr();
         int const result = r.rig.mgr().run();
         std::string const err = testing::internal::GetCapturedStderr();
@@ -224,7 +201,7 @@ TEST(RunLoop, UploadAndQuit) {
         EXPECT_EQ(r.rig.uploads[0].first, r.file.path);
         EXPECT_EQ(r.rig.uploads[0].second, QStringLiteral("/CV084/CV084-0042/front_panel_test/"));
         EXPECT_EQ(err, succeeds ? "" : "Nexus Upload Failed, are you connected to the network?\n");
-        EXPECT_EQ(r.body(), expectedBody);
+        EXPECT_EQ(r.body(), "FAIL!!  - A\nPASSED  - B\n");
         EXPECT_FALSE(r.rig.terminal->isStarted());
     }
 }
@@ -234,25 +211,16 @@ TEST(RunLoop, StartUpFailures) {
         char const* what;
         bool badFile, panelOk, keyboardOk, encoderOk;
         int keyboardInits, encoderInits;
-        char const* err;
-        Lines linesAtDestruction;
+        bool panelSwitchedOff; // at destruction
     } const cases[] = {
-        {"results file cannot be opened",
-         true,
-         true,
-         true,
-         true,
-         0,
-         0,
-         "Couldn't open the log file /nonexistent-dir/results.txt",
-         {}},
-        {"panel link fails", false, false, true, true, 0, 0, "", {}},
-        {"keyboard fails", false, true, false, true, 1, 0, "", {"Lff000000\n", "A0\n", "A0\n"}},
-        {"encoder fails", false, true, true, false, 1, 1, "", {"Lff000000\n", "A0\n", "A0\n"}},
+        {"results file cannot be opened", true, true, true, true, 0, 0, false},
+        {"panel link fails", false, false, true, true, 0, 0, false},
+        {"keyboard fails", false, true, false, true, 1, 0, true},
+        {"encoder fails", false, true, true, false, 1, 1, true},
     };
     for (auto const& c : cases) {
+        SCOPED_TRACE(c.what);
         Lines atDestruction;
-        bool destroying = false;
         {
             LoopRig r;
             if (c.badFile)
@@ -262,20 +230,17 @@ TEST(RunLoop, StartUpFailures) {
             r.rig.encoder->initializeResult = c.encoderOk;
             r.add("A", {{0, 1}});
             testing::internal::CaptureStderr();
-            EXPECT_EQ(r.rig.mgr().run(), -1) << c.what;
-            EXPECT_EQ(testing::internal::GetCapturedStderr(), c.err) << c.what;
-            EXPECT_TRUE(r.order.empty()) << c.what;
-            EXPECT_EQ(r.rig.panel->initializeCalls, c.badFile ? 0 : 1) << c.what;
-            EXPECT_EQ(r.rig.keyboard->initializeCalls, c.keyboardInits) << c.what;
-            EXPECT_EQ(r.rig.encoder->initializeCalls, c.encoderInits) << c.what;
-            EXPECT_TRUE(r.rig.panel->lines.empty()) << c.what;
-            r.rig.panel->onLine = [&](std::string const& l) {
-                if (destroying)
-                    atDestruction.push_back(l);
-            };
-            destroying = true;
+            EXPECT_EQ(r.rig.mgr().run(), -1);
+            EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                      c.badFile ? "Couldn't open the log file /nonexistent-dir/results.txt" : "");
+            EXPECT_TRUE(r.order.empty());
+            EXPECT_EQ(r.rig.panel->initializeCalls, c.badFile ? 0 : 1);
+            EXPECT_EQ(r.rig.keyboard->initializeCalls, c.keyboardInits);
+            EXPECT_EQ(r.rig.encoder->initializeCalls, c.encoderInits);
+            EXPECT_TRUE(r.rig.panel->lines.empty());
+            r.rig.panel->onLine = [&](std::string const& l) { atDestruction.push_back(l); };
         }
-        EXPECT_EQ(atDestruction, c.linesAtDestruction) << c.what;
+        EXPECT_EQ(atDestruction, c.panelSwitchedOff ? kPanelOff : Lines{});
     }
 }
 
@@ -327,7 +292,7 @@ TEST(RunLoop, TerminationSignalUnwindsFromAKeyPoll) {
     }
     fpt::clearTerminationRequest();
     std::signal(SIGTERM, SIG_DFL);
-    EXPECT_EQ(atDestruction, (Lines{"Lff000000\n", "A0\n", "A0\n"}));
+    EXPECT_EQ(atDestruction, kPanelOff);
     EXPECT_TRUE(terminalGivenBack);
 }
 

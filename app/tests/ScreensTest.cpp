@@ -19,8 +19,7 @@ void pollOnce(ManagerRig& rig) {
 }
 
 std::shared_ptr<ScriptedUnitTest> namedTest(char const* name, int32_t state) {
-    auto t = std::make_shared<ScriptedUnitTest>(QString::fromLatin1(name),
-                                                std::vector<ScriptedUnitTest::Outcome>{});
+    auto t = std::make_shared<ScriptedUnitTest>(QString::fromLatin1(name));
     t->state = state;
     return t;
 }
@@ -156,12 +155,14 @@ TEST(DebugDisplay, AudioLine) {
     struct Case {
         bool headphones, speaker;
         int32_t detector;
+        char const* keys; // the panel's keys act while the display waits
         char const* row;
     } const cases[] = {
-        {false, false, 0, "(H)eadphones: Off (S)peaker: Off   Headphones: Out"},
-        {true, true, 1, "(H)eadphones: On  (S)peaker: On    Headphones: In"},
-        {false, true, -1, "(H)eadphones: Off (S)peaker: On    Headphones: ERR"},
-        {false, false, 2, "(H)eadphones: Off (S)peaker: Off   Headphones: ERR"},
+        {false, false, 0, "", "(H)eadphones: Off (S)peaker: Off   Headphones: Out"},
+        {true, true, 1, "", "(H)eadphones: On  (S)peaker: On    Headphones: In"},
+        {false, true, -1, "", "(H)eadphones: Off (S)peaker: On    Headphones: ERR"},
+        {false, false, 2, "", "(H)eadphones: Off (S)peaker: Off   Headphones: ERR"},
+        {false, false, -1, "hsq", "(H)eadphones: On  (S)peaker: On    Headphones: ERR"},
     };
     for (auto const& c : cases) {
         ManagerRig rig;
@@ -170,19 +171,10 @@ TEST(DebugDisplay, AudioLine) {
         rig.panel->speaker = c.speaker;
         rig.panel->headphoneState = c.detector;
         std::string row12;
-        rig.terminal->action([&] { row12 = rig.terminal->row(12); }).key('y');
+        rig.terminal->keys(c.keys).action([&] { row12 = rig.terminal->row(12); }).key('y');
         rig.mgr().debugFrontPanel();
-        EXPECT_EQ(row12, c.row);
+        EXPECT_EQ(row12, c.row) << c.keys;
     }
-}
-
-TEST(DebugDisplay, PanelKeysActWhileItWaits) {
-    ManagerRig rig;
-    rig.mgr().initDisplay();
-    std::string row12;
-    rig.terminal->keys("hsq").action([&] { row12 = rig.terminal->row(12); }).key('y');
-    rig.mgr().debugFrontPanel();
-    EXPECT_EQ(row12, "(H)eadphones: On  (S)peaker: On    Headphones: ERR");
 }
 
 TEST(Menu, RowsAndSelection) {
@@ -200,8 +192,13 @@ TEST(Menu, RowsAndSelection) {
         m.addUnitTest(namedTest("Shaft Encoder Tests", 0));
         m.addUnitTest(namedTest("Button Tests", 1));
         m.addUnitTest(namedTest("Headphone Jack Detection Test", 2));
+        bool blockingEcho = false;
+        rig.terminal->action([&] { blockingEcho = rig.terminal->blocking && rig.terminal->echo; });
         rig.terminal->keys(c.typed);
         EXPECT_EQ(m.selectUnitTest(), c.expected) << c.typed;
+        EXPECT_TRUE(blockingEcho) << "the menu reads keys blocking, with echo";
+        EXPECT_TRUE(rig.terminal->isStarted()); // the menu starts the screen itself
+        EXPECT_EQ(rig.panel->serviceCalls, 0);  // and polls no device
         EXPECT_TRUE(rig.terminal->scriptDone()) << c.typed;
         EXPECT_FALSE(rig.terminal->blocking || rig.terminal->echo)
             << "key reads are non-blocking again, echo off";
@@ -216,21 +213,6 @@ TEST(Menu, RowsAndSelection) {
         EXPECT_EQ(t.row(21), "      Selection, (Q)uit, (U)pload and quit :");
         EXPECT_EQ(t.refreshCount, c.menuDraws) << c.typed;
     }
-}
-
-TEST(Menu, KeysAreReadBlockingWithEcho) {
-    ManagerRig rig;
-    bool blocking = false, echo = false;
-    rig.terminal->action([&] {
-        blocking = rig.terminal->blocking;
-        echo = rig.terminal->echo;
-    });
-    rig.terminal->key('q');
-    EXPECT_EQ(rig.mgr().selectUnitTest(), -1);
-    EXPECT_TRUE(blocking);
-    EXPECT_TRUE(echo);
-    EXPECT_TRUE(rig.terminal->isStarted()); // the menu starts the screen itself
-    EXPECT_EQ(rig.panel->serviceCalls, 0);  // and polls no device
 }
 
 // On a 24-row terminal a long list runs under the prompt and off the screen.

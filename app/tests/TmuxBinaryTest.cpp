@@ -8,6 +8,7 @@
 #include <QTemporaryDir>
 #include <chrono>
 #include <cstdio>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <unistd.h>
@@ -52,16 +53,11 @@ public:
 
     std::string screen() const { return runCommand(tmux() + " capture-pane -p -t t"); }
     std::string row(int r) const {
-        std::string const s = screen();
-        std::size_t pos = 0;
-        for (int i = 0; i < r && pos != std::string::npos; ++i) {
-            pos = s.find('\n', pos);
-            if (pos != std::string::npos)
-                ++pos;
-        }
-        if (pos == std::string::npos)
-            return {};
-        std::string line = s.substr(pos, s.find('\n', pos) - pos);
+        std::istringstream in(screen());
+        std::string line;
+        for (int i = 0; i <= r; ++i)
+            if (!std::getline(in, line))
+                return {};
         line.erase(line.find_last_not_of(' ') + 1);
         return line;
     }
@@ -90,6 +86,16 @@ private:
     std::string tmux() const { return "tmux -L " + m_socket; }
     std::string m_socket;
     static inline int s_count = 0;
+};
+
+// The program run with -x and a results file in a fresh directory, waiting at
+// the serial number prompt.
+class AtSerialPrompt : public ::testing::Test {
+protected:
+    void SetUp() override { ASSERT_TRUE(s.waitFor("Enter CV084 PCB Serial No:")) << s.screen(); }
+    QTemporaryDir dir;
+    std::string results = QDir(dir.path()).filePath(QStringLiteral("r.txt")).toStdString();
+    TmuxSession s{"-x -f " + results};
 };
 
 } // namespace
@@ -121,11 +127,7 @@ TEST(RealProgram, RefusesToRunWithoutTheSelfTestImage) {
         << screen;
 }
 
-TEST(RealProgram, WithoutImageCheckAsksForTheSerialNumberThenFailsOnTheMissingPanel) {
-    QTemporaryDir dir;
-    std::string const results = QDir(dir.path()).filePath(QStringLiteral("r.txt")).toStdString();
-    TmuxSession s("-x -f " + results);
-    ASSERT_TRUE(s.waitFor("Enter CV084 PCB Serial No:")) << s.screen();
+TEST_F(AtSerialPrompt, WithoutImageCheckAsksForTheSerialNumberThenFailsOnTheMissingPanel) {
     EXPECT_EQ(s.row(14), "          Enter CV084 PCB Serial No:");
     s.sendKeys("'  AB12 extra' Enter");
     ASSERT_TRUE(s.waitFor("Is that correct?")) << s.screen();
@@ -148,11 +150,7 @@ TEST(RealProgram, WithoutImageCheckAsksForTheSerialNumberThenFailsOnTheMissingPa
 
 // Operators resize or re-attach their terminal; the window changing size while
 // they type the serial number must not end the answer early.
-TEST(RealProgram, ResizeDuringSerialEntryKeepsWhatWasTyped) {
-    QTemporaryDir dir;
-    std::string const results = QDir(dir.path()).filePath(QStringLiteral("r.txt")).toStdString();
-    TmuxSession s("-x -f " + results);
-    ASSERT_TRUE(s.waitFor("Enter CV084 PCB Serial No:")) << s.screen();
+TEST_F(AtSerialPrompt, ResizeDuringSerialEntryKeepsWhatWasTyped) {
     s.sendKeys("-l SN12");
     ASSERT_TRUE(s.waitFor("Serial No: SN12")) << s.screen();
     s.resize(100, 30);
@@ -165,11 +163,7 @@ TEST(RealProgram, ResizeDuringSerialEntryKeepsWhatWasTyped) {
 // A window size change is not the operator's answer: at a one-key question
 // (here the serial number's confirmation; the same read serves the summary,
 // the menu and every test prompt) it must not be taken as a key.
-TEST(RealProgram, ResizeIsNotAnAnswerToAOneKeyQuestion) {
-    QTemporaryDir dir;
-    std::string const results = QDir(dir.path()).filePath(QStringLiteral("r.txt")).toStdString();
-    TmuxSession s("-x -f " + results);
-    ASSERT_TRUE(s.waitFor("Enter CV084 PCB Serial No:")) << s.screen();
+TEST_F(AtSerialPrompt, ResizeIsNotAnAnswerToAOneKeyQuestion) {
     s.sendKeys("-l SN1");
     s.sendKeys("Enter");
     ASSERT_TRUE(s.waitFor("Is that correct?")) << s.screen();
@@ -184,10 +178,7 @@ TEST(RealProgram, ResizeIsNotAnAnswerToAOneKeyQuestion) {
     EXPECT_EQ(s.screen().find("You Entered"), std::string::npos) << s.screen();
 }
 
-TEST(RealProgram, SigtermAtTheSerialPromptRestoresTheTerminal) {
-    QTemporaryDir dir;
-    TmuxSession s("-x -f " + QDir(dir.path()).filePath(QStringLiteral("r.txt")).toStdString());
-    ASSERT_TRUE(s.waitFor("Enter CV084 PCB Serial No:")) << s.screen();
+TEST_F(AtSerialPrompt, SigtermAtTheSerialPromptRestoresTheTerminal) {
     std::string const pid = s.programPid();
     ASSERT_FALSE(pid.empty());
     runCommand("kill -TERM " + pid);
