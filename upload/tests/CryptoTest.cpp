@@ -14,21 +14,18 @@ std::vector<std::uint8_t> bytesOf(std::string const& text) {
     return std::vector<std::uint8_t>(text.begin(), text.end());
 }
 
-nexus::Key countingKey() {
-    nexus::Key key{};
-    for (std::size_t i = 0; i < key.size(); ++i) {
-        key[i] = static_cast<std::uint8_t>(i);
+// Bytes 0, 1, 2, ... as key or IV.
+template <typename Bytes> Bytes counting() {
+    Bytes out{};
+    for (std::size_t i = 0; i < out.size(); ++i) {
+        out[i] = static_cast<std::uint8_t>(i);
     }
-    return key;
+    return out;
 }
 
-nexus::Iv countingIv() {
-    nexus::Iv iv{};
-    for (std::size_t i = 0; i < iv.size(); ++i) {
-        iv[i] = static_cast<std::uint8_t>(i);
-    }
-    return iv;
-}
+// From: printf 'user:password' | openssl enc -aes-256-cbc -K 0001..1f -iv 0001..0f
+std::vector<std::uint8_t> const kUserPasswordBlock = {
+    0xb9, 0xbd, 0x7e, 0x10, 0xf1, 0x9c, 0x52, 0x15, 0x3b, 0x19, 0x56, 0x89, 0x74, 0x19, 0xd5, 0x9c};
 
 TEST(KeyDerivation, MapsOutputsToBytesAndSkipsTheTop256) {
     // Boundaries of the r / 0xFFFFFF mapping and of the rejection zone.
@@ -69,25 +66,21 @@ TEST(KeyDerivation, SeedsMt19937AndDiscardsBeforeDrawing) {
 }
 
 TEST(CredentialCipher, MatchesOpenSslAes256CbcWithPadding) {
-    // From: printf 'user:password' | openssl enc -aes-256-cbc -K 0001..1f -iv 0001..0f
-    std::vector<std::uint8_t> const expected = {0xb9, 0xbd, 0x7e, 0x10, 0xf1, 0x9c, 0x52, 0x15,
-                                                0x3b, 0x19, 0x56, 0x89, 0x74, 0x19, 0xd5, 0x9c};
+    std::vector<std::uint8_t> const& expected = kUserPasswordBlock;
     auto const plain = bytesOf("user:password");
     std::vector<std::uint8_t> block;
-    ASSERT_TRUE(
-        nexus::encipherCredential(plain.data(), plain.size(), countingKey(), countingIv(), block));
+    ASSERT_TRUE(nexus::encipherCredential(plain.data(), plain.size(), counting<nexus::Key>(),
+                                          counting<nexus::Iv>(), block));
     EXPECT_EQ(block, expected);
 
     nexus::SecureBytes back;
-    ASSERT_TRUE(nexus::decipherCredential(expected.data(), expected.size(), countingKey(),
-                                          countingIv(), back));
+    ASSERT_TRUE(nexus::decipherCredential(expected.data(), expected.size(), counting<nexus::Key>(),
+                                          counting<nexus::Iv>(), back));
     EXPECT_EQ(std::vector<std::uint8_t>(back.data(), back.data() + back.size()), plain);
 }
 
 TEST(CredentialCipher, RefusesBlocksThatDoNotDecipher) {
-    std::vector<std::uint8_t> const good = {0xb9, 0xbd, 0x7e, 0x10, 0xf1, 0x9c, 0x52, 0x15,
-                                            0x3b, 0x19, 0x56, 0x89, 0x74, 0x19, 0xd5, 0x9c};
-    nexus::Key wrongKey = countingKey();
+    nexus::Key wrongKey = counting<nexus::Key>();
     wrongKey[31] ^= 0x01;
     struct Case {
         char const* what;
@@ -95,12 +88,13 @@ TEST(CredentialCipher, RefusesBlocksThatDoNotDecipher) {
         nexus::Key key;
     };
     for (Case const& c :
-         {Case{"not a whole block", std::vector<std::uint8_t>(15, 0x41), countingKey()},
-          Case{"empty", {}, countingKey()}, Case{"wrong key, bad padding", good, wrongKey}}) {
+         {Case{"not a whole block", std::vector<std::uint8_t>(15, 0x41), counting<nexus::Key>()},
+          Case{"empty", {}, counting<nexus::Key>()},
+          Case{"wrong key, bad padding", kUserPasswordBlock, wrongKey}}) {
         SCOPED_TRACE(c.what);
         nexus::SecureBytes plain(4);
-        EXPECT_FALSE(
-            nexus::decipherCredential(c.block.data(), c.block.size(), c.key, countingIv(), plain));
+        EXPECT_FALSE(nexus::decipherCredential(c.block.data(), c.block.size(), c.key,
+                                               counting<nexus::Iv>(), plain));
         EXPECT_EQ(plain.size(), 0u);
     }
 }

@@ -4,7 +4,7 @@
 
 #include "upload/NexusUpload.h"
 #include "upload/ProductionArtifactsNexusRepo.h"
-#include "upload/tests/DebugMessages.h"
+#include "upload/tests/UploadTestSupport.h"
 
 #include <memory>
 #include <string>
@@ -13,7 +13,6 @@
 #include <QByteArray>
 #include <QDir>
 #include <QElapsedTimer>
-#include <QFile>
 #include <QHostAddress>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -29,47 +28,7 @@
 
 namespace {
 
-using uploadtest::DebugMessages;
-using uploadtest::failedUploadLines;
-
-QByteArray readFile(QString const& path) {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        return {};
-    }
-    return file.readAll();
-}
-
-void writeFile(QString const& path, QByteArray const& content) {
-    QFile file(path);
-    ASSERT_TRUE(file.open(QIODevice::WriteOnly)) << path.toStdString();
-    file.write(content);
-}
-
-QByteArray provisionedCredential() {
-    QByteArray credential = readFile(QStringLiteral(FPT_TEST_CREDENTIAL_FILE));
-    if (credential.endsWith('\n')) {
-        credential.chop(1);
-    }
-    if (credential.endsWith('\r')) {
-        credential.chop(1);
-    }
-    return credential;
-}
-
-bool keysWiped(NexusUpload const& uploader) {
-    for (auto b : uploader.currentKey()) {
-        if (b != 0) {
-            return false;
-        }
-    }
-    for (auto b : uploader.currentIv()) {
-        if (b != 0) {
-            return false;
-        }
-    }
-    return true;
-}
+using namespace uploadtest;
 
 QString headerValue(QJsonObject const& record, QString const& name) {
     for (QJsonValue const& header : record["headers"].toArray()) {
@@ -186,7 +145,7 @@ protected:
 
 QTemporaryDir* NexusUploadOverTls::pki_ = nullptr;
 
-TEST_F(NexusUploadOverTls, SendsTheFormAsSpecifiedAndTheRepositoryStoresTheFile) {
+TEST_F(NexusUploadOverTls, SendsTheMultipartFormAndTheRepositoryStoresTheFile) {
     struct Case {
         char const* serial;
         char const* storedUnder;

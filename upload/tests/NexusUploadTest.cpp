@@ -4,7 +4,7 @@
 #include "upload/ProductionArtifactsNexusRepo.h"
 #include "upload/Provisioning.h"
 #include "upload/SecureBytes.h"
-#include "upload/tests/DebugMessages.h"
+#include "upload/tests/UploadTestSupport.h"
 
 #include <string>
 #include <vector>
@@ -19,43 +19,7 @@
 
 namespace {
 
-using uploadtest::DebugMessages;
-using uploadtest::failedUploadLines;
-
-QByteArray readFile(QString const& path) {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        ADD_FAILURE() << "cannot read " << path.toStdString();
-        return {};
-    }
-    return file.readAll();
-}
-
-// The credential this build was provisioned with, as the server compares it.
-QByteArray provisionedCredential() {
-    QByteArray credential = readFile(QStringLiteral(FPT_TEST_CREDENTIAL_FILE));
-    if (credential.endsWith('\n')) {
-        credential.chop(1);
-    }
-    if (credential.endsWith('\r')) {
-        credential.chop(1);
-    }
-    return credential;
-}
-
-bool allZero(nexus::Key const& key, nexus::Iv const& iv) {
-    for (auto b : key) {
-        if (b != 0) {
-            return false;
-        }
-    }
-    for (auto b : iv) {
-        if (b != 0) {
-            return false;
-        }
-    }
-    return true;
-}
+using namespace uploadtest;
 
 TEST(ProductionArtifactsNexusRepo, GenerateTargetDirFillsThreePartsVerbatim) {
     struct Case {
@@ -107,7 +71,7 @@ TEST(ProductionArtifactsNexusRepo, PlainPasswordIsInNoBuildOutput) {
 
 TEST(NexusUpload, KeysExistOnlyBetweenCreateAndWipe) {
     NexusUpload uploader;
-    EXPECT_TRUE(allZero(uploader.currentKey(), uploader.currentIv()));
+    EXPECT_TRUE(keysWiped(uploader));
 
     uploader.createKeys();
     nexus::Key expectedKey{};
@@ -116,10 +80,10 @@ TEST(NexusUpload, KeysExistOnlyBetweenCreateAndWipe) {
                              expectedKey, expectedIv);
     EXPECT_EQ(uploader.currentKey(), expectedKey);
     EXPECT_EQ(uploader.currentIv(), expectedIv);
-    EXPECT_FALSE(allZero(uploader.currentKey(), uploader.currentIv()));
+    EXPECT_FALSE(keysWiped(uploader));
 
     uploader.wipeKeys();
-    EXPECT_TRUE(allZero(uploader.currentKey(), uploader.currentIv()));
+    EXPECT_TRUE(keysWiped(uploader));
 }
 
 // Failures that happen before any network access: each attempt logs its own
@@ -128,11 +92,7 @@ TEST(NexusUpload, FailuresBeforeTheRequestAreRetriedThreeTimes) {
     QTemporaryDir dir;
     ASSERT_TRUE(dir.isValid());
     QString const present = dir.filePath("front_panel_test_123-20260101.txt");
-    {
-        QFile file(present);
-        ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-        file.write("results\n");
-    }
+    writeFile(present, "results\n");
     QString const missing = dir.filePath("missing/front_panel_test_123.txt");
     QString const targetDir =
         ProductionArtifactsNexusRepo::generateTargetDir("CV084", "123", "front_panel_test");
@@ -157,7 +117,7 @@ TEST(NexusUpload, FailuresBeforeTheRequestAreRetriedThreeTimes) {
         EXPECT_FALSE(uploader.upload(c.credential, address, c.path, targetDir));
         EXPECT_EQ(messages.lines(), failedUploadLines(c.attemptLine));
         EXPECT_TRUE(messages.others().empty());
-        EXPECT_TRUE(allZero(uploader.currentKey(), uploader.currentIv()));
+        EXPECT_TRUE(keysWiped(uploader));
     }
 }
 
@@ -171,7 +131,7 @@ TEST(ProductionArtifactsNexusRepo, UploadOfMissingFileFailsAndWipesTheCallersKey
     // "Could not open file" rather than "nexusUpload() failed" also shows that
     // the provisioned block deciphered with the derived keys.
     EXPECT_EQ(messages.lines(), failedUploadLines("Could not open file"));
-    EXPECT_TRUE(allZero(uploader.currentKey(), uploader.currentIv()));
+    EXPECT_TRUE(keysWiped(uploader));
 
     DebugMessages again;
     EXPECT_FALSE(repo.upload("/nonexistent/front_panel_test_1.txt", "/CV084/1/front_panel_test/"));
@@ -210,11 +170,7 @@ TEST(CredentialBlockGenerator, RefusesBadProvisioningAndWritesGoodOne) {
         SCOPED_TRACE(c.what);
         QString const credentialPath = dir.filePath(QString("credential-%1").arg(index));
         QString const output = dir.filePath(QString("provisioned-%1.cpp").arg(index++));
-        {
-            QFile file(credentialPath);
-            ASSERT_TRUE(file.open(QIODevice::WriteOnly));
-            file.write(c.credential);
-        }
+        writeFile(credentialPath, c.credential);
         QProcess generator;
         generator.start(QStringLiteral(FPT_TEST_GENERATOR),
                         {"--credential-file", credentialPath, "--seed", c.seed, "--discard", "7",

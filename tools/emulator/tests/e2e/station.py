@@ -27,10 +27,6 @@ class ScreenTimeout(AssertionError):
     pass
 
 
-def program_path():
-    return os.environ["FPT_PROGRAM"]
-
-
 def program_stacks():
     """Where each running front_panel_test process is waiting, for failure reports."""
     report = []
@@ -48,14 +44,6 @@ def program_stacks():
                 report.append(f"pid {pid} waits in {f.read()}:\n{stack}")
         except OSError:
             continue
-    for pid in filter(str.isdigit, os.listdir("/proc")):
-        try:
-            with open(f"/proc/{pid}/status") as f:
-                head = [l.strip() for l in f if l.startswith(("Name", "State", "PPid", "SigBlk", "SigIgn", "SigCgt"))]
-            with open(f"/proc/{pid}/wchan") as f:
-                report.append(f"{pid}: {' '.join(head)} wchan {f.read()}")
-        except OSError:
-            continue
     return "\n".join(report)
 
 
@@ -71,7 +59,7 @@ class Station:
         self.status_file = "/tmp/fpt-e2e.status"
         if os.path.exists(self.status_file):
             os.unlink(self.status_file)
-        cmd = " ".join([program_path()] + [f"'{a}'" for a in args])
+        cmd = " ".join([os.environ["FPT_PROGRAM"]] + [f"'{a}'" for a in args])
         cmd = f"sh -c \"{cmd}; echo \\$? > {self.status_file}.new; mv {self.status_file}.new {self.status_file}\""
         # The pane must stay after the program ends, so that its last words
         # and exit status can be read: set before the program starts.
@@ -92,9 +80,6 @@ class Station:
         rows = out.split("\n")[:24]
         return [r.rstrip() for r in rows] + [""] * (24 - len(rows))
 
-    def row(self, n):
-        return self.screen()[n]
-
     def dump(self):
         return "\n".join(f"{i:2d}|{r}" for i, r in enumerate(self.screen()))
 
@@ -114,7 +99,7 @@ class Station:
     def wait_row(self, n, exact, timeout=None):
         """Waits until row n reads exactly `exact` (trailing blanks ignored)."""
         deadline = time.monotonic() + (timeout or self.timeout)
-        while self.row(n) != exact.rstrip():
+        while self.screen()[n] != exact.rstrip():
             if time.monotonic() > deadline:
                 raise ScreenTimeout(f"row {n}: wanted {exact!r}:\n{self.dump()}")
             time.sleep(0.05)

@@ -1,18 +1,28 @@
 #pragma once
 
-// Captures what the code under test writes to Qt's debug channel: every
-// debug-level message of the "default" category, in order. Anything else
-// (Qt's own categorised warnings) is passed through to stderr untouched.
+// What both upload test programs share: the debug-channel capture, the
+// expected failure lines, the provisioned credential and the key check.
 
+#include "upload/NexusUpload.h"
+
+#include <algorithm>
 #include <cstdio>
 #include <mutex>
 #include <string>
 #include <vector>
 
+#include <QByteArray>
+#include <QFile>
 #include <QString>
 #include <QtGlobal>
 
+#include <gtest/gtest.h>
+
 namespace uploadtest {
+
+// Captures what the code under test writes to Qt's debug channel: every
+// debug-level message of the "default" category, in order. Anything else
+// (Qt's own categorised warnings) is passed through to stderr untouched.
 
 class DebugMessages {
 public:
@@ -76,6 +86,36 @@ inline std::vector<std::string> failedUploadLines(std::string const& attemptLine
     }
     lines.push_back("nexusUpload() failed - aborting");
     return lines;
+}
+
+// The file's content, empty if it cannot be read.
+inline QByteArray readFile(QString const& path) {
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+inline void writeFile(QString const& path, QByteArray const& content) {
+    QFile file(path);
+    ASSERT_TRUE(file.open(QIODevice::WriteOnly)) << path.toStdString();
+    file.write(content);
+}
+
+// The credential this build was provisioned with, as the server compares it.
+inline QByteArray provisionedCredential() {
+    QByteArray credential = readFile(QStringLiteral(FPT_TEST_CREDENTIAL_FILE));
+    if (credential.endsWith('\n')) {
+        credential.chop(1);
+    }
+    if (credential.endsWith('\r')) {
+        credential.chop(1);
+    }
+    return credential;
+}
+
+inline bool keysWiped(NexusUpload const& uploader) {
+    auto const zero = [](auto b) { return b == 0; };
+    return std::all_of(uploader.currentKey().begin(), uploader.currentKey().end(), zero) &&
+           std::all_of(uploader.currentIv().begin(), uploader.currentIv().end(), zero);
 }
 
 } // namespace uploadtest
