@@ -4,7 +4,14 @@ set -euo pipefail
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
 BUILD_DIR=$1
 shift
+# ccache, when present, keeps compiled objects across build folders and
+# checkouts (paths are made relative to the checkout, so clones share hits).
+export CCACHE_BASEDIR="$ROOT" CCACHE_NOHASHDIR=1
+launcher=()
+if command -v ccache >/dev/null; then
+    launcher=(-DCMAKE_C_COMPILER_LAUNCHER=ccache -DCMAKE_CXX_COMPILER_LAUNCHER=ccache)
+fi
 if [[ ! -f "$BUILD_DIR/build.ninja" ]]; then
-    cmake -S "$ROOT" -B "$BUILD_DIR" -G Ninja "$@" >/dev/null
+    cmake -S "$ROOT" -B "$BUILD_DIR" -G Ninja "${launcher[@]}" "$@" >/dev/null
 fi
 cmake --build "$BUILD_DIR" -j "$(nproc)"

@@ -4,7 +4,7 @@
 set -euo pipefail
 
 PACKAGES=(
-    build-essential cmake ninja-build pkg-config git
+    build-essential cmake ninja-build pkg-config git ccache
     qtbase5-dev libqt5network5
     libspdlog-dev libfmt-dev
     libssl-dev openssl ca-certificates
