@@ -41,6 +41,9 @@ char const kUsage[] =
     "  -h, --help      show this text\n"
     "Exit status: 0 nothing left to send, 1 something left, 2 usage, 3 another instance busy.\n";
 
+QString const kMissing = QStringLiteral("missing");
+QString const kChanged = QStringLiteral("changed since its upload was requested");
+
 QByteArray local(QString const& text) {
     return text.toLocal8Bit();
 }
@@ -153,9 +156,9 @@ private:
     static QString obstacle(JournalEntry const& request) {
         FileState const now = FileState::of(request.path);
         if (!now.exists)
-            return QStringLiteral("missing");
+            return kMissing;
         if (!now.matches(request))
-            return QStringLiteral("changed since its upload was requested");
+            return kChanged;
         return {};
     }
 
@@ -180,11 +183,12 @@ private:
         m_total = static_cast<int>(pending.size());
         for (auto const& request : pending) {
             QString const why = obstacle(request);
-            if (!why.isEmpty())
+            if (why == kChanged)
                 report(request.path,
-                       why + QStringLiteral(", not sent (name the file to send "
-                                            "it as it is now)"),
+                       why + QStringLiteral(", not sent (name the file to send it as it is now)"),
                        false);
+            else if (!why.isEmpty())
+                report(request.path, why, false);
             else
                 send(request.path, request.targetDir);
         }
@@ -199,7 +203,7 @@ private:
             QString const serial = request ? QString() : serialNumberIn(path);
             QString const targetDir = request ? request->targetDir : resultsTargetDir(serial);
             if (!QFileInfo::exists(path))
-                report(path, QStringLiteral("missing"), false);
+                report(path, kMissing, false);
             else if (!request && serial.isEmpty())
                 report(path,
                        QStringLiteral("not in the journal and no \"Serial No: \" line, not sent"),
@@ -214,7 +218,7 @@ private:
         if (sendAndRecord(m_journal, path, targetDir))
             report(path, QStringLiteral("uploaded to ") + targetDir, true);
         else
-            report(path, QStringLiteral("upload failed, still pending"), false);
+            report(path, QStringLiteral("upload failed"), false);
     }
 
     void report(QString const& path, QString const& result, bool sent) {
