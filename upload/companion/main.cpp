@@ -91,17 +91,21 @@ public:
     JournalLock(JournalLock const&) = delete;
     JournalLock& operator=(JournalLock const&) = delete;
 
-    // Waits briefly for another holder; false if it keeps the lock.
-    bool acquire() const {
+    enum class Result { Held, Busy, Failed };
+
+    // Waits briefly for another holder to finish.
+    Result acquire() const {
+        if (m_fd < 0)
+            return Result::Failed;
         auto const deadline = std::chrono::steady_clock::now() + kLockWait;
-        while (m_fd >= 0) {
-            if (::flock(m_fd, LOCK_EX | LOCK_NB) == 0)
-                return true;
-            if (errno != EWOULDBLOCK || std::chrono::steady_clock::now() >= deadline)
-                return false;
+        while (::flock(m_fd, LOCK_EX | LOCK_NB) != 0) {
+            if (errno != EWOULDBLOCK)
+                return Result::Failed;
+            if (std::chrono::steady_clock::now() >= deadline)
+                return Result::Busy;
             std::this_thread::sleep_for(kLockRetry);
         }
-        return false;
+        return Result::Held;
     }
 
 private:
@@ -132,10 +136,17 @@ public:
         if (m_options.list)
             return list();
         JournalLock const lock(m_journal.path());
-        if (!lock.acquire()) {
+        switch (lock.acquire()) {
+        case JournalLock::Result::Held:
+            break;
+        case JournalLock::Result::Busy:
             std::fprintf(stderr, "front_panel_upload: busy: another front_panel_upload is sending "
                                  "results; try again later\n");
             return kExitBusy;
+        case JournalLock::Result::Failed:
+            std::fprintf(stderr, "front_panel_upload: cannot lock %s: %s\n",
+                         local(m_journal.path()).constData(), std::strerror(errno));
+            return kExitLeftPending;
         }
         // Read under the lock: what another instance sent is no longer pending.
         JournalContents const contents = readJournal();
