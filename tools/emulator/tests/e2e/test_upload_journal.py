@@ -46,22 +46,23 @@ class UploadCase(unittest.TestCase):
         st.type(key)
         return st
 
-    def terminal_text(self, st):
+    @staticmethod
+    def terminal_text():
         """The terminal with wrapped lines joined, as the operator reads them."""
         return subprocess.run(TMUX + ["capture-pane", "-p", "-J", "-t", "fpt"], check=True,
                               capture_output=True, text=True).stdout
 
-    def wait_text(self, st, text, timeout):
+    def wait_text(self, text, timeout):
         deadline = time.monotonic() + timeout
-        while text not in self.terminal_text(st):
+        while text not in self.terminal_text():
             if time.monotonic() > deadline:
-                self.fail(f"not within {timeout} s: {text!r}\n{self.terminal_text(st)}")
+                self.fail(f"not within {timeout} s: {text!r}\n{self.terminal_text()}")
             time.sleep(0.05)
 
     def failed_upload(self, st, timeout):
-        self.wait_text(st, FAILED, timeout)
+        self.wait_text(FAILED, timeout)
         [results] = [f for f in st.results_files() if SERIAL in f]
-        self.wait_text(st, f"{FAILED}\nThe results stay in {results}; send them later with"
+        self.wait_text(f"{FAILED}\nThe results stay in {results}; send them later with"
                            " front_panel_upload.", 2)
         self.assertEqual(st.wait_exit(), 0)
         return results
@@ -78,7 +79,8 @@ class SentLater(UploadCase):
         # Only the (U)pload run is pending; the (Q)uit run never asked for one.
         listed = upload_program("--list")
         self.assertEqual(listed.returncode, 1)
-        self.assertRegex(listed.stdout, rf"^{re.escape(results)} -> {TARGET}, requested \S+\n1 pending\n$")
+        self.assertRegex(listed.stdout,
+                         rf"^{re.escape(results)} -> {TARGET}, requested \S+\n1 pending\n$")
 
         with open(JOURNAL, "a") as journal:
             journal.write("uploaded\t2026")  # a record cut short by a power cut
@@ -110,7 +112,7 @@ class SilentRepository(UploadCase):
     def test_operator_told_at_once_and_second_instance_busy(self):
         st = self.operator_run(SERIAL, "u")
         [results] = st.results_files()
-        self.wait_text(st, f"Uploading {results} to https://nexus.cv084.test ...", 2)
+        self.wait_text(f"Uploading {results} to https://nexus.cv084.test ...", 2)
         self.failed_upload(st, 40)
 
         first = subprocess.Popen([os.environ["FPT_UPLOAD_PROGRAM"]], stdout=subprocess.DEVNULL,
