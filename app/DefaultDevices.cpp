@@ -4,7 +4,7 @@
 #include <thread>
 
 #include "app/CursesTerminal.h"
-#include "upload/ProductionArtifactsNexusRepo.h"
+#include "upload/companion/JournaledUpload.h"
 
 void fillDefaultDevices(FrontPanelTestManager::Devices& devices) {
     if (!devices.terminal)
@@ -24,7 +24,5 @@ void fillDefaultDevices(FrontPanelTestManager::Devices& devices) {
             std::this_thread::sleep_for(std::chrono::milliseconds(ms));
         };
     if (!devices.upload)
-        devices.upload = [](QString const& filePath, QString const& targetDir) {
-            return ProductionArtifactsNexusRepo().upload(filePath, targetDir);
-        };
+        devices.upload = uploadRequestedResults;
 }

@@ -98,5 +98,10 @@ bool FrontPanelTestManager::uploadResults() {
     if (m_upload(m_logFileName, targetDir))
         return true;
     std::fputs("Nexus Upload Failed, are you connected to the network?\n", stderr);
+    // A failed upload is a delay, not a loss: tell the operator where the
+    // results wait (information, so standard output, after the error).
+    std::printf("The results stay in %s; send them later with front_panel_upload.\n",
+                m_logFileName.toLocal8Bit().constData());
+    std::fflush(stdout);
     return false;
 }

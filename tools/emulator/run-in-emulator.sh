@@ -18,7 +18,8 @@
 #   --state-dir DIR   keep results, syslog and repository uploads here
 #                     (default: a temporary directory, removed afterwards)
 #   --no-nexus        do not start the test repository server
-#   --nexus-mode M    the server's behaviour: normal, error500 or hang
+#   --nexus-mode M    the server's behaviour: normal, error500, hang or failN
+#                     (the first N requests answered 500, then normal)
 #
 # Inside, `emuctl` (on PATH) works the panel; see `emuctl --help`.
 set -euo pipefail

@@ -15,7 +15,8 @@ missing credential gets 401, a missing part or repository 400 with a JSON list
 of errors, an unknown repository or path 404.
 
 Fault modes for tests: --mode error500 answers every request with 500;
---mode hang reads the request and never answers. Every request is appended to
+--mode hang reads the request and never answers; --mode failN answers the
+first N requests with 500, then works normally. Every request is appended to
 --record-file as one JSON line (method, path, query, headers, body, parts with
 their headers and bodies, status) before it is answered.
 
@@ -179,7 +180,7 @@ class Handler(BaseHTTPRequestHandler):
             self.record(body, parts, None)
             self.hang()
             return
-        if mode == "error500":
+        if mode == "error500" or self.server.take_failure():
             self.record(body, parts, 500)
             self.respond(500, b"Internal Server Error")
             return
@@ -267,6 +268,7 @@ class RepositoryServer(ThreadingHTTPServer):
         self.storage = storage
         self.record_file = record_file
         self.mode = mode
+        self.failures_left = int(mode[4:]) if mode.startswith("fail") else 0
         self.lock = threading.Lock()
         super().__init__(address, Handler)
 
@@ -286,6 +288,11 @@ class RepositoryServer(ThreadingHTTPServer):
                 tls.close()
             except OSError:
                 pass
+
+    def take_failure(self):
+        with self.lock:
+            self.failures_left -= 1
+            return self.failures_left >= 0
 
     def write_record(self, entry):
         if not self.record_file:
@@ -315,6 +322,12 @@ def read_credential(path):
     return data
 
 
+def mode_name(text):
+    if text in ("normal", "error500", "hang") or re.fullmatch(r"fail\d+", text):
+        return text
+    raise argparse.ArgumentTypeError("normal, error500, hang or failN, not %r" % text)
+
+
 def main(argv=None):
     parser = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     parser.add_argument("--host", default="127.0.0.1")
@@ -325,7 +338,7 @@ def main(argv=None):
                         help="user:password accepted for basic authentication")
     parser.add_argument("--storage-dir", required=True)
     parser.add_argument("--record-file", default="", help="JSON lines, one per request")
-    parser.add_argument("--mode", choices=("normal", "error500", "hang"), default="normal")
+    parser.add_argument("--mode", type=mode_name, default="normal")
     args = parser.parse_args(argv)
 
     context = ssl.SSLContext(ssl.PROTOCOL_TLS_SERVER)

@@ -1,0 +1,134 @@
+#!/usr/bin/env python3
+"""Results never stranded: a failed (U)pload is recorded in the upload journal
+and front_panel_upload sends the file later. Each case runs in a fresh
+emulated instrument whose repository fails in the way the case needs."""
+
+import base64
+import json
+import os
+import re
+import subprocess
+import sys
+import time
+import unittest
+
+sys.path.insert(0, os.path.dirname(os.path.realpath(__file__)))
+from station import RESULTS_DIR, STATE_DIR, TMUX, Station  # noqa: E402
+
+SERIAL = "B2041"
+TARGET = f"/CV084/{SERIAL}/front_panel_test/"
+JOURNAL = os.path.join(RESULTS_DIR, ".front_panel_test-uploads")
+FAILED = "Nexus Upload Failed, are you connected to the network?"
+
+
+def requests():
+    path = os.path.join(STATE_DIR, "nexus-requests.jsonl")
+    if not os.path.exists(path):
+        return []
+    with open(path) as f:
+        return [json.loads(line) for line in f if line.strip()]
+
+
+def upload_program(*args):
+    return subprocess.run([os.environ["FPT_UPLOAD_PROGRAM"], *args], capture_output=True,
+                          text=True, timeout=60)
+
+
+class UploadCase(unittest.TestCase):
+    def operator_run(self, serial, key):
+        """One run of front_panel_test left at once through the menu's `key`."""
+        st = Station()
+        self.addCleanup(st.close)
+        st.enter_serial(serial)
+        st.wait_row(0, "Shaft Encoder Tests")
+        st.type("m")
+        st.wait_row(21, "      Selection, (Q)uit, (U)pload and quit :")
+        st.type(key)
+        return st
+
+    @staticmethod
+    def terminal_text():
+        """The terminal with wrapped lines joined, as the operator reads them."""
+        return subprocess.run(TMUX + ["capture-pane", "-p", "-J", "-t", "fpt"], check=True,
+                              capture_output=True, text=True).stdout
+
+    def wait_text(self, text, timeout):
+        deadline = time.monotonic() + timeout
+        while text not in self.terminal_text():
+            if time.monotonic() > deadline:
+                self.fail(f"not within {timeout} s: {text!r}\n{self.terminal_text()}")
+            time.sleep(0.05)
+
+    def failed_upload(self, st, timeout):
+        self.wait_text(FAILED, timeout)
+        [results] = [f for f in st.results_files() if SERIAL in f]
+        self.wait_text(f"{FAILED}\nThe results stay in {results}; send them later with"
+                           " front_panel_upload.", 2)
+        self.assertEqual(st.wait_exit(), 0)
+        return results
+
+
+class SentLater(UploadCase):
+    """The repository fails front_panel_test's three tries, then works."""
+
+    def test_failed_upload_is_sent_once_by_front_panel_upload(self):
+        self.operator_run("Q7", "q").wait_exit()
+        results = self.failed_upload(self.operator_run(SERIAL, "u"), 30)
+        self.assertEqual([r["status"] for r in requests()], [500, 500, 500])
+
+        # Only the (U)pload run is pending; the (Q)uit run never asked for one.
+        listed = upload_program("--list")
+        self.assertEqual(listed.returncode, 1)
+        self.assertRegex(listed.stdout,
+                         rf"^{re.escape(results)} -> {TARGET}, requested \S+\n1 pending\n$")
+
+        with open(JOURNAL, "a") as journal:
+            journal.write("uploaded\t2026")  # a record cut short by a power cut
+        sent = upload_program()
+        self.assertEqual(sent.returncode, 0, sent.stderr)
+        name = os.path.basename(results)
+        self.assertEqual(sent.stdout, f"1 of 1 {name}: uploaded to {TARGET}\n1 sent, 0 not sent\n")
+        self.assertIn(f"front_panel_upload: {JOURNAL} line 2: truncated, skipped", sent.stderr)
+        [request] = requests()[3:]
+        self.assertEqual(request["status"], 204)
+        parts = {p["name"]: base64.b64decode(p["body_base64"]) for p in request["parts"]}
+        self.assertEqual(parts["raw.directory"].decode(), TARGET)
+        with open(results, "rb") as f:
+            self.assertEqual(parts["raw.asset1"], f.read())
+
+        again = upload_program()
+        self.assertEqual((again.returncode, again.stdout), (0, "Nothing to send.\n"))
+        self.assertIn(f"{JOURNAL} line 2: malformed, skipped", again.stderr)
+        self.assertEqual(len(requests()), 4)
+
+        wrong = upload_program("--bogus")
+        self.assertEqual(wrong.returncode, 2)
+        self.assertTrue(wrong.stderr.startswith("usage: front_panel_upload"), wrong.stderr)
+
+
+class SilentRepository(UploadCase):
+    """A repository that takes every request and never answers."""
+
+    def test_operator_told_at_once_and_second_instance_busy(self):
+        st = self.operator_run(SERIAL, "u")
+        [results] = st.results_files()
+        self.wait_text(f"Uploading {results} to https://nexus.cv084.test ...", 2)
+        self.failed_upload(st, 40)
+
+        first = subprocess.Popen([os.environ["FPT_UPLOAD_PROGRAM"]], stdout=subprocess.DEVNULL,
+                                 stderr=subprocess.DEVNULL)
+        self.addCleanup(first.wait)
+        self.addCleanup(first.kill)
+        deadline = time.monotonic() + 10
+        while len(requests()) < 4:  # the first instance is sending
+            self.assertLess(time.monotonic(), deadline, "front_panel_upload sent nothing")
+            time.sleep(0.05)
+        second = upload_program()
+        self.assertEqual(second.returncode, 3)
+        self.assertEqual(second.stderr, "front_panel_upload: busy: another front_panel_upload"
+                                        " is sending results; try again later\n")
+        self.assertEqual(len(requests()), 4)
+
+
+if __name__ == "__main__":
+    unittest.main()

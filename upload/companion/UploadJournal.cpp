@@ -1,0 +1,213 @@
+#include "upload/companion/UploadJournal.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <QCryptographicHash>
+#include <QDateTime>
+#include <QFile>
+#include <QFileInfo>
+#include <QHash>
+#include <QList>
+
+namespace {
+
+constexpr int kFieldCount = 6;
+constexpr int kSha256HexLength = 64;
+// Percent-encoded in the text fields: the separators, and % itself.
+QByteArray const kEncoded = QByteArrayLiteral("\t\n\r%");
+
+QByteArray encode(QString const& text) {
+    QByteArray const utf8 = text.toUtf8();
+    QByteArray out;
+    for (char c : utf8) {
+        if (kEncoded.contains(c))
+            out += '%' + QByteArray(1, c).toHex().toUpper();
+        else
+            out += c;
+    }
+    return out;
+}
+
+QString decode(QByteArray const& field) {
+    return QString::fromUtf8(QByteArray::fromPercentEncoding(field));
+}
+
+char const* eventName(JournalEntry::Event event) {
+    return event == JournalEntry::Event::Requested ? "requested" : "uploaded";
+}
+
+bool isLowerHex(QByteArray const& text) {
+    for (char c : text)
+        if (!((c >= '0' && c <= '9') || (c >= 'a' && c <= 'f')))
+            return false;
+    return true;
+}
+
+// Owns one open descriptor.
+class Descriptor {
+public:
+    explicit Descriptor(int fd) : m_fd(fd) {}
+    ~Descriptor() {
+        if (m_fd >= 0)
+            ::close(m_fd);
+    }
+    Descriptor(Descriptor const&) = delete;
+    Descriptor& operator=(Descriptor const&) = delete;
+    int get() const { return m_fd; }
+
+private:
+    int m_fd;
+};
+
+bool writeAll(int fd, QByteArray const& data) {
+    char const* next = data.constData();
+    auto left = static_cast<std::size_t>(data.size());
+    while (left > 0) {
+        ssize_t const written = ::write(fd, next, left);
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written <= 0)
+            return false;
+        next += written;
+        left -= static_cast<std::size_t>(written);
+    }
+    return true;
+}
+
+} // namespace
+
+QString const UploadJournal::kFileName = QStringLiteral(".front_panel_test-uploads");
+
+QByteArray JournalEntry::toLine() const {
+    return QByteArray(eventName(event)) + '\t' + encode(time) + '\t' + encode(targetDir) + '\t' +
+           encode(path) + '\t' + QByteArray::number(size) + '\t' + sha256 + '\n';
+}
+
+bool JournalEntry::fromLine(QByteArray const& line, JournalEntry& entry) {
+    QList<QByteArray> const fields = line.split('\t');
+    if (fields.size() != kFieldCount)
+        return false;
+    if (fields[0] == "requested")
+        entry.event = Event::Requested;
+    else if (fields[0] == "uploaded")
+        entry.event = Event::Uploaded;
+    else
+        return false;
+    bool sizeOk = false;
+    entry.size = fields[4].toLongLong(&sizeOk);
+    entry.sha256 = fields[5];
+    entry.time = decode(fields[1]);
+    entry.targetDir = decode(fields[2]);
+    entry.path = decode(fields[3]);
+    return sizeOk && entry.size >= 0 && entry.sha256.size() == kSha256HexLength &&
+           isLowerHex(entry.sha256) && !entry.time.isEmpty() && !entry.targetDir.isEmpty() &&
+           entry.path.startsWith('/');
+}
+
+FileState FileState::of(QString const& path) {
+    FileState state;
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return state;
+    QCryptographicHash hash(QCryptographicHash::Sha256);
+    if (!hash.addData(&file))
+        return state;
+    state.exists = true;
+    state.size = file.size();
+    state.sha256 = hash.result().toHex();
+    return state;
+}
+
+std::vector<JournalEntry> JournalContents::pending() const {
+    // Index of each file's open request; an upload closes it.
+    QHash<QString, std::size_t> open;
+    for (std::size_t i = 0; i < entries.size(); ++i) {
+        if (entries[i].event == JournalEntry::Event::Requested)
+            open.insert(entries[i].path, i);
+        else
+            open.remove(entries[i].path);
+    }
+    std::vector<std::size_t> order(open.begin(), open.end());
+    std::sort(order.begin(), order.end());
+    std::vector<JournalEntry> result;
+    for (std::size_t i : order)
+        result.push_back(entries[i]);
+    return result;
+}
+
+JournalEntry const* JournalContents::lastRequest(QString const& path) const {
+    for (auto it = entries.rbegin(); it != entries.rend(); ++it)
+        if (it->event == JournalEntry::Event::Requested && it->path == path)
+            return &*it;
+    return nullptr;
+}
+
+QString UploadJournal::besideResults(QString const& resultsFile) {
+    return QFileInfo(resultsFile).absolutePath() + '/' + kFileName;
+}
+
+bool UploadJournal::append(JournalEntry const& entry) const {
+    QByteArray const name = QFile::encodeName(m_path);
+    bool const created = !QFileInfo::exists(m_path);
+    Descriptor fd(::open(name.constData(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
+    bool ok = fd.get() >= 0;
+    QByteArray line = entry.toLine();
+    struct stat info {};
+    if (ok && ::fstat(fd.get(), &info) == 0 && info.st_size > 0) {
+        char last = '\n';
+        if (::pread(fd.get(), &last, 1, info.st_size - 1) == 1 && last != '\n')
+            line.prepend('\n');
+    }
+    ok = ok && writeAll(fd.get(), line) && ::fdatasync(fd.get()) == 0;
+    if (ok && created) {
+        // The new file's name must be on disk too, or a power cut loses it.
+        Descriptor dir(::open(QFile::encodeName(QFileInfo(m_path).absolutePath()).constData(),
+                              O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        ok = dir.get() >= 0 && ::fsync(dir.get()) == 0;
+    }
+    if (!ok)
+        std::fprintf(stderr, "Could not record the upload in %s: %s\n", name.constData(),
+                     std::strerror(errno));
+    return ok;
+}
+
+JournalContents UploadJournal::read() const {
+    JournalContents contents;
+    QFile file(m_path);
+    if (!file.open(QIODevice::ReadOnly))
+        return contents;
+    QList<QByteArray> const lines = file.readAll().split('\n');
+    // After the last newline comes an empty piece, or a line cut short.
+    for (int i = 0; i < lines.size(); ++i) {
+        bool const last = i + 1 == lines.size();
+        if (last && lines[i].isEmpty())
+            break;
+        JournalEntry entry;
+        if (last)
+            contents.problems.push_back({i + 1, QStringLiteral("truncated")});
+        else if (JournalEntry::fromLine(lines[i], entry))
+            contents.entries.push_back(entry);
+        else
+            contents.problems.push_back({i + 1, QStringLiteral("malformed")});
+    }
+    return contents;
+}
+
+JournalEntry UploadJournal::describe(JournalEntry::Event event, QString const& path,
+                                     QString const& targetDir) {
+    FileState const state = FileState::of(path);
+    JournalEntry entry;
+    entry.event = event;
+    entry.time = QDateTime::currentDateTimeUtc().toString(Qt::ISODate);
+    entry.targetDir = targetDir;
+    entry.path = QFileInfo(path).absoluteFilePath();
+    entry.size = state.size;
+    entry.sha256 = state.sha256;
+    return entry;
+}

@@ -1,0 +1,85 @@
+#pragma once
+
+// The upload journal: one line per event beside the results files, so that a
+// results file whose upload failed is never lost, only delayed. Lines are
+// only ever appended, each one flushed to disk before the call returns; a
+// crash at any moment leaves at worst a truncated last line, which readers
+// report and skip.
+//
+// A line is six tab-separated fields, the hash last so that a truncated line
+// can never pass for a whole one:
+//   event  time (UTC)  target directory  results file (absolute)  size  SHA-256
+// The two text fields are percent-encoded where they hold a tab, newline or %.
+
+#include <QByteArray>
+#include <QString>
+#include <vector>
+
+struct JournalEntry {
+    enum class Event { Requested, Uploaded };
+
+    Event event = Event::Requested;
+    QString time;
+    QString targetDir;
+    QString path;
+    qint64 size = 0;
+    QByteArray sha256; // lower-case hex
+
+    // The line as written, newline included.
+    QByteArray toLine() const;
+    // A whole line without its newline; false if it is not one.
+    static bool fromLine(QByteArray const& line, JournalEntry& entry);
+};
+
+// What a results file holds now; exists is false when it cannot be read.
+struct FileState {
+    bool exists = false;
+    qint64 size = 0;
+    QByteArray sha256;
+
+    static FileState of(QString const& path);
+    bool matches(JournalEntry const& entry) const {
+        return exists && size == entry.size && sha256 == entry.sha256;
+    }
+};
+
+struct JournalContents {
+    struct Problem {
+        int line;
+        QString what;
+    };
+    std::vector<JournalEntry> entries;
+    std::vector<Problem> problems;
+
+    // Files whose last request has no upload after it, in request order.
+    std::vector<JournalEntry> pending() const;
+    // The latest request for this file, or null.
+    JournalEntry const* lastRequest(QString const& path) const;
+};
+
+class UploadJournal {
+public:
+    static QString const kFileName;
+    // The journal of the results folder that holds resultsFile.
+    static QString besideResults(QString const& resultsFile);
+
+    explicit UploadJournal(QString path) : m_path(std::move(path)) {}
+
+    QString const& path() const { return m_path; }
+
+    // Appends one line and waits until it is on disk. A journal whose last
+    // line was cut short first gets the missing newline, so the new line
+    // stays whole. False (with the reason on standard error) on failure.
+    bool append(JournalEntry const& entry) const;
+
+    // Every whole line; a journal that does not exist is empty.
+    JournalContents read() const;
+
+    // A "requested" or "uploaded" entry for the file as it is now, stamped
+    // with the current time; size and hash stay empty if it cannot be read.
+    static JournalEntry describe(JournalEntry::Event event, QString const& path,
+                                 QString const& targetDir);
+
+private:
+    QString m_path;
+};
