@@ -207,11 +207,17 @@ int FrontPanelTestManager::readKeyBlocking() {
 // ---- Panel state ----
 
 void FrontPanelTestManager::processEvents(int32_t milliseconds) {
+    uint32_t const keyboardBytes = m_devices.keyboard->bytesReceived;
     servicePorts();
-    m_devices.sleep(milliseconds);
-    // Again after the sleep: a key read next must not be judged against panel
+    // A button pressed while the last frame was drawn: its LED need not wait
+    // for the next frame.
+    if (m_devices.keyboard->bytesReceived != keyboardBytes)
+        showLeds();
+    m_devices.sleep(milliseconds,
+                    {m_devices.panel->fd, m_devices.keyboard->fd, m_devices.encoder->fd});
+    // Again after the wait: a key read next must not be judged against panel
     // state older than itself (a jack report or a button press that came in
-    // during the sleep), and a button's LED follows within the same poll.
+    // meanwhile), and a button's LED follows as soon as it is pressed.
     servicePorts();
 }
 

@@ -40,12 +40,14 @@ public:
     static constexpr int kSelectQuit = -1;
     static constexpr int kSelectUploadAndQuit = -2;
 
-    using Sleeper = std::function<void(int32_t milliseconds)>;
+    // Waits up to the given time, or less once one of the descriptors (the
+    // serial link's and the input devices'; -1 for none) has input.
+    using Sleeper = std::function<void(int32_t milliseconds, std::array<int, 3> const& inputFds)>;
     using Uploader = std::function<bool(QString const& filePath, QString const& targetDir)>;
 
     // Everything the manager talks to. Empty members are filled with the real
-    // thing: the curses terminal, the devices at the instrument's paths, a real
-    // sleep and the production artifact repository.
+    // thing: the curses terminal, the devices at the instrument's paths, a
+    // wait on those devices and the production artifact repository.
     struct Devices {
         std::unique_ptr<Terminal> terminal;
         std::unique_ptr<FrontPanelComms> panel;
@@ -104,8 +106,9 @@ public:
     void closeDisplay();
 
     // ---- Panel state ----
-    // Services the serial link and both input devices, sleeps, and services
-    // them again, so that whatever follows sees input up to that moment.
+    // Services the serial link and both input devices, waits (up to the time
+    // given, less when input arrives) and services them again, so that
+    // whatever follows sees input up to that moment.
     void processEvents(int32_t milliseconds);
     // Hands the encoder's value to whatever the current mode drives.
     void processShaftEncoder();

@@ -130,7 +130,7 @@ struct ManagerRig {
         d.keyboard = own(keyboard, QStringLiteral("/dev/input/cv084_fp_keyboard"));
         d.encoder = own(encoder, QStringLiteral("/dev/input/cv084_fp_mouse"));
         d.selfTest = own(tone, imageLoaded);
-        d.sleep = [this](int32_t) {
+        d.sleep = [this](int32_t, std::array<int, 3> const&) {
             if (duringSleep)
                 duringSleep();
         };
