@@ -89,6 +89,8 @@ FrontPanelTestManager::Ending FrontPanelTestManager::runTests() {
         case UnitTest::RunFinished:
             showTestSummary();
             m_currentTest = nextIncompleteTest();
+            // A FailTest never passes: offered again and again it would keep
+            // the run from ever reaching the menu, (Q)uit or (U)pload.
             if (isTestIndex(m_currentTest) &&
                 dynamic_cast<FailTest const*>(
                     m_tests[static_cast<std::size_t>(m_currentTest)].get()) != nullptr)
