@@ -1,6 +1,8 @@
 #include "app/CursesTerminal.h"
 
 #include <algorithm>
+#include <cstdlib>
+#include <unistd.h>
 
 #include <curses.h>
 #include <vector>
@@ -34,7 +36,17 @@ CursesTerminal::~CursesTerminal() {
 void CursesTerminal::start() {
     if (m_started)
         return;
-    initscr();
+    m_diversion = std::make_unique<ConsoleDiversion>();
+    int const terminal = m_diversion->terminalFd() >= 0 ? m_diversion->terminalFd() : STDOUT_FILENO;
+    m_output = ::fdopen(::dup(terminal), "w");
+    m_screen = newterm(nullptr, m_output != nullptr ? m_output : stdout, stdin);
+    if (m_screen == nullptr) {
+        // As initscr() would: without a usable terminal there is no program.
+        m_diversion.reset();
+        std::fputs("Error opening terminal: unknown terminal type.\n", stderr);
+        std::exit(1);
+    }
+    set_term(m_screen);
     cbreak();
     noecho();
     keypad(stdscr, TRUE);
@@ -47,6 +59,14 @@ void CursesTerminal::stop() {
     if (!m_started)
         return;
     endwin();
+    delscreen(m_screen);
+    m_screen = nullptr;
+    if (m_output != nullptr)
+        std::fclose(m_output);
+    m_output = nullptr;
+    // Only now, on the plain terminal: what was written since the last frame,
+    // e.g. why the run could not start.
+    m_diversion.reset();
     m_started = false;
 }
 
@@ -68,8 +88,15 @@ void CursesTerminal::print(int row, int col, std::string const& text, Attr attr)
 }
 
 void CursesTerminal::refresh() {
-    if (m_started)
-        ::wrefresh(stdscr);
+    if (!m_started)
+        return;
+    forwardDiagnostics();
+    ::wrefresh(stdscr);
+}
+
+void CursesTerminal::forwardDiagnostics() {
+    if (m_diversion->forward())
+        clearok(curscr, TRUE);
 }
 
 void CursesTerminal::setInputMode(bool blocking, bool echo) {
@@ -95,6 +122,9 @@ int CursesTerminal::readKey() {
             return ch;
         if (!m_blocking || fpt::terminationSignal() != 0)
             return kNoKey;
+        // Waiting on the operator (menu, summary): keep the screen whole.
+        forwardDiagnostics();
+        ::wrefresh(stdscr);
     }
 }
 

@@ -3,9 +3,18 @@
 // The real operator terminal, through ncurses. The only place curses is
 // used. Frames are built with erase() and sent with one refresh(), so curses
 // only transmits the cells that changed: an idle screen costs nothing on a
-// slow serial console. The destructor gives the terminal back.
+// slow serial console. While the screen is up, whatever the program writes to
+// standard output or standard error is held back from the screen's terminal
+// and shown between frames (see ConsoleDiversion), after which the whole
+// screen is repainted. The destructor gives the terminal back.
 
+#include <cstdio>
+#include <memory>
+
+#include "app/ConsoleDiversion.h"
 #include "app/Terminal.h"
+
+struct screen;
 
 class CursesTerminal : public Terminal {
 public:
@@ -29,6 +38,13 @@ public:
     static std::string firstWord(std::string const& line, int maxChars);
 
 private:
+    // Shows diagnostics written since the last frame; if there were any, the
+    // next refresh repaints the whole screen over them.
+    void forwardDiagnostics();
+
     bool m_started = false;
     bool m_blocking = false;
+    std::unique_ptr<ConsoleDiversion> m_diversion;
+    std::FILE* m_output = nullptr;
+    screen* m_screen = nullptr;
 };

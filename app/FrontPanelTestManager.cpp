@@ -3,6 +3,7 @@
 #include <cctype>
 
 #include "app/DefaultDevices.h"
+#include "app/LedColours.h"
 #include "app/Termination.h"
 
 namespace {
@@ -12,6 +13,8 @@ constexpr int32_t kLedOff = 0;
 constexpr int32_t kMaxVolume = 100;
 constexpr int32_t kMaxPitch = 48;
 constexpr int32_t kEncoderStep = -1;
+// The eight LED colours, 0..7, wrap round on the encoder.
+constexpr int32_t kColourMask = static_cast<int32_t>(kLedColours.size()) - 1;
 constexpr int32_t kStartupSettleMs = 500;
 // Longest key list honoured; the rest of a longer list is ignored.
 constexpr int kMaxValidKeys = 127;
@@ -22,28 +25,22 @@ FrontPanelTestManager::FrontPanelTestManager() : FrontPanelTestManager(Devices{}
 
 FrontPanelTestManager::FrontPanelTestManager(Devices devices) {
     fillDefaultDevices(devices);
-    m_terminal = std::move(devices.terminal);
-    m_panel = std::move(devices.panel);
-    m_keyboard = std::move(devices.keyboard);
-    m_encoder = std::move(devices.encoder);
-    m_selfTest = std::move(devices.selfTest);
-    m_sleep = std::move(devices.sleep);
     m_upload = std::move(devices.upload);
+    m_devices = std::move(devices);
     setShaftEncoderMode(ShaftEncoderColours);
 }
 
 FrontPanelTestManager::~FrontPanelTestManager() {
     switchPanelOff();
-    closeDisplay();
 }
 
 void FrontPanelTestManager::switchPanelOff() {
     // Only once the link was opened: before that there is nothing to send to.
     if (!m_panelOpened)
         return;
-    m_panel->setLed(kAllLeds, kLedOff);
-    m_panel->setHeadphones(false);
-    m_panel->setSpeaker(false);
+    m_devices.panel->setLed(kAllLeds, kLedOff);
+    m_devices.panel->setHeadphones(false);
+    m_devices.panel->setSpeaker(false);
 }
 
 // ---- Test plan and run loop ----
@@ -53,73 +50,87 @@ void FrontPanelTestManager::addUnitTest(std::shared_ptr<UnitTest> test) {
 }
 
 int FrontPanelTestManager::run() {
-    if (!createLogFile())
+    Ending const ending = runTests();
+    // The plain terminal back first: a reason for failing to start (written
+    // while the screen was up) and the upload's messages must stay readable.
+    closeDisplay();
+    if (ending == Ending::Abandoned)
         return -1;
-    if (!m_panel->initialize())
-        return -1;
-    m_panelOpened = true;
-    if (!m_keyboard->initialize() || !m_encoder->initialize())
-        return -1;
+    logUnitTestResults();
+    if (ending == Ending::UploadAndQuit)
+        uploadResults();
+    return 0;
+}
 
-    m_panel->setLed(kAllLeds, kLedOff);
-    m_panel->setBrightness(kFullBrightness);
+FrontPanelTestManager::Ending FrontPanelTestManager::runTests() {
+    if (!createLogFile())
+        return Ending::Abandoned;
+    if (!m_devices.panel->initialize())
+        return Ending::Abandoned;
+    m_panelOpened = true;
+    if (!m_devices.keyboard->initialize() || !m_devices.encoder->initialize())
+        return Ending::Abandoned;
+
+    m_devices.panel->setLed(kAllLeds, kLedOff);
+    m_devices.panel->setBrightness(kFullBrightness);
     initDisplay();
     processEvents(kStartupSettleMs);
 
     auto const count = static_cast<int32_t>(m_tests.size());
-    auto const validIndex = [&](int32_t i) { return i >= 0 && i < count; };
-
     for (;;) {
         if (m_currentTest < 0 && count > 0)
             m_currentTest = 0;
-
-        bool wantMenu = !validIndex(m_currentTest);
-        if (!wantMenu) {
-            int const code = m_tests[static_cast<std::size_t>(m_currentTest)]->run(*this);
-            switch (code) {
-            case UnitTest::RunQuit:
-                closeDisplay();
-                return -1;
-            case UnitTest::RunFinished:
-                showTestSummary();
-                m_currentTest = nextIncompleteTest();
-                continue;
-            case UnitTest::RunDebug:
-                debugFrontPanel();
-                continue;
-            case UnitTest::RunMenu:
-                wantMenu = true;
-                break;
-            default:
-                continue;
-            }
+        int const code = isTestIndex(m_currentTest)
+                             ? m_tests[static_cast<std::size_t>(m_currentTest)]->run(*this)
+                             : UnitTest::RunMenu;
+        switch (code) {
+        case UnitTest::RunQuit:
+            return Ending::Abandoned;
+        case UnitTest::RunFinished:
+            showTestSummary();
+            m_currentTest = nextIncompleteTest();
+            // A FailTest never passes: offered again and again it would keep
+            // the run from ever reaching the menu, (Q)uit or (U)pload.
+            if (isTestIndex(m_currentTest) &&
+                dynamic_cast<FailTest const*>(
+                    m_tests[static_cast<std::size_t>(m_currentTest)].get()) != nullptr)
+                m_offeredOnce.insert(m_currentTest);
+            break;
+        case UnitTest::RunDebug:
+            debugFrontPanel();
+            break;
+        case UnitTest::RunMenu: {
+            int const choice = menuChoice();
+            if (choice == kSelectQuit)
+                return Ending::Quit;
+            if (choice == kSelectUploadAndQuit)
+                return Ending::UploadAndQuit;
+            m_currentTest = choice;
+            break;
         }
-
-        for (;;) {
-            int const selection = selectUnitTest();
-            if (selection == kSelectQuit) {
-                closeDisplay();
-                logUnitTestResults();
-                return 0;
-            }
-            if (selection == kSelectUploadAndQuit) {
-                closeDisplay();
-                logUnitTestResults();
-                uploadResults();
-                return 0;
-            }
-            if (validIndex(selection)) {
-                m_currentTest = selection;
-                break;
-            }
+        default:
+            break; // the same test again
         }
     }
+}
+
+int FrontPanelTestManager::menuChoice() {
+    for (;;) {
+        int const selection = selectUnitTest();
+        if (selection == kSelectQuit || selection == kSelectUploadAndQuit || isTestIndex(selection))
+            return selection;
+    }
+}
+
+bool FrontPanelTestManager::isTestIndex(int32_t index) const {
+    return index >= 0 && index < static_cast<int32_t>(m_tests.size());
 }
 
 int FrontPanelTestManager::nextIncompleteTest() const {
     auto const count = static_cast<int32_t>(m_tests.size());
     auto const incomplete = [&](int32_t i) {
-        return m_tests[static_cast<std::size_t>(i)]->state != UnitTest::Passed;
+        return m_tests[static_cast<std::size_t>(i)]->state != UnitTest::Passed &&
+               m_offeredOnce.count(i) == 0;
     };
     for (int32_t i = m_currentTest + 1; i < count; ++i)
         if (i >= 0 && incomplete(i))
@@ -137,7 +148,7 @@ int FrontPanelTestManager::nonBlockingGetLowerCh(char const* validKeys) {
     processEvents(kPollMilliseconds);
     processShaftEncoder();
     show();
-    int const key = m_terminal->readKey();
+    int const key = m_devices.terminal->readKey();
     fpt::throwIfTerminationRequested();
     if (key == Terminal::kNoKey || key < 0)
         return -1;
@@ -154,10 +165,10 @@ int FrontPanelTestManager::nonBlockingGetLowerCh(char const* validKeys) {
         setShaftEncoderMode(ShaftEncoderPitch);
         return -1;
     case 'h':
-        m_panel->setHeadphones(!m_panel->headphones);
+        m_devices.panel->setHeadphones(!m_devices.panel->headphones);
         return -1;
     case 's':
-        m_panel->setSpeaker(!m_panel->speaker);
+        m_devices.panel->setSpeaker(!m_devices.panel->speaker);
         return -1;
     default:
         break;
@@ -188,7 +199,7 @@ int FrontPanelTestManager::prompt(QString const& text, char const* validKeys) {
 
 int FrontPanelTestManager::readKeyBlocking() {
     for (;;) {
-        int const key = m_terminal->readKey();
+        int const key = m_devices.terminal->readKey();
         fpt::throwIfTerminationRequested();
         if (key != Terminal::kNoKey)
             return key;
@@ -198,41 +209,55 @@ int FrontPanelTestManager::readKeyBlocking() {
 // ---- Panel state ----
 
 void FrontPanelTestManager::processEvents(int32_t milliseconds) {
-    m_panel->servicePort();
-    m_keyboard->servicePort();
-    m_encoder->servicePort();
-    m_sleep(milliseconds);
+    uint32_t const keyboardBytes = m_devices.keyboard->bytesReceived;
+    servicePorts();
+    // A button pressed while the last frame was drawn: its LED need not wait
+    // for the next frame.
+    if (m_devices.keyboard->bytesReceived != keyboardBytes)
+        showLeds();
+    m_devices.sleep(milliseconds,
+                    {m_devices.panel->fd, m_devices.keyboard->fd, m_devices.encoder->fd});
+    // Again after the wait: a key read next must not be judged against panel
+    // state older than itself (a jack report or a button press that came in
+    // meanwhile), and a button's LED follows as soon as it is pressed.
+    servicePorts();
+}
+
+void FrontPanelTestManager::servicePorts() {
+    m_devices.panel->servicePort();
+    m_devices.keyboard->servicePort();
+    m_devices.encoder->servicePort();
 }
 
 void FrontPanelTestManager::processShaftEncoder() {
     switch (m_encoderMode) {
     case ShaftEncoderVolume:
-        m_selfTest->setVolume(m_encoder->encoderValue);
+        m_devices.selfTest->setVolume(m_devices.encoder->encoderValue);
         break;
     case ShaftEncoderPitch:
-        m_selfTest->setPitch(m_encoder->encoderValue);
+        m_devices.selfTest->setPitch(m_devices.encoder->encoderValue);
         break;
     case ShaftEncoderColours:
-        m_ledColour = m_encoder->encoderValue & (kLedColours - 1);
+        m_ledColour = m_devices.encoder->encoderValue & kColourMask;
         break;
     }
 }
 
 void FrontPanelTestManager::showLeds() {
-    int32_t const pressed = m_keyboard->lastButton;
-    int32_t const value = ledColourValue(m_ledColour);
+    int32_t const pressed = m_devices.keyboard->lastButton;
+    int32_t const value = ledColour(m_ledColour).rgb;
     if (pressed != m_lastLed) {
-        m_panel->setLed(m_lastLed, kLedOff);
-        m_panel->setLed(pressed, value);
+        m_devices.panel->setLed(m_lastLed, kLedOff);
+        m_devices.panel->setLed(pressed, value);
         m_lastLed = pressed;
     } else if (value != m_lastColourValue) {
-        m_panel->setLed(m_lastLed, value);
+        m_devices.panel->setLed(m_lastLed, value);
         m_lastColourValue = value;
     }
 }
 
 int FrontPanelTestManager::buttonTestCheckForNoPress() const {
-    for (int32_t s : m_keyboard->buttonState)
+    for (int32_t s : m_devices.keyboard->buttonState)
         if (s != 0)
             return 0;
     return 1;
@@ -242,27 +267,29 @@ int FrontPanelTestManager::buttonTestCheckForExpected(unsigned int index) const 
     if (index >= static_cast<unsigned int>(EventDeviceComms::kButtonCount))
         return 2;
     for (unsigned int i = 0; i < static_cast<unsigned int>(EventDeviceComms::kButtonCount); ++i)
-        if (i != index && m_keyboard->buttonState[i] != 0)
+        if (i != index && m_devices.keyboard->buttonState[i] != 0)
             return 2;
-    return m_keyboard->buttonState[index] != 0 ? 1 : 0;
+    return m_devices.keyboard->buttonState[index] != 0 ? 1 : 0;
 }
 
 void FrontPanelTestManager::setLEDColour(int colour) {
-    m_ledColour = colour & (kLedColours - 1);
+    m_ledColour = colour & kColourMask;
     if (m_encoderMode == ShaftEncoderColours)
-        m_encoder->encoderValue = m_ledColour;
+        m_devices.encoder->encoderValue = m_ledColour;
 }
 
 void FrontPanelTestManager::setShaftEncoderMode(ShaftEncoderMode mode) {
     switch (mode) {
     case ShaftEncoderColours:
-        m_encoder->setShaftEncoderMode(m_ledColour, 0, kLedColours - 1, kEncoderStep, true);
+        m_devices.encoder->setShaftEncoderMode(m_ledColour, 0, kColourMask, kEncoderStep, true);
         break;
     case ShaftEncoderVolume:
-        m_encoder->setShaftEncoderMode(m_selfTest->volume, 0, kMaxVolume, kEncoderStep, false);
+        m_devices.encoder->setShaftEncoderMode(m_devices.selfTest->volume, 0, kMaxVolume,
+                                               kEncoderStep, false);
         break;
     case ShaftEncoderPitch:
-        m_encoder->setShaftEncoderMode(m_selfTest->pitch, 0, kMaxPitch, kEncoderStep, false);
+        m_devices.encoder->setShaftEncoderMode(m_devices.selfTest->pitch, 0, kMaxPitch,
+                                               kEncoderStep, false);
         break;
     default:
         return;
@@ -271,25 +298,13 @@ void FrontPanelTestManager::setShaftEncoderMode(ShaftEncoderMode mode) {
 }
 
 void FrontPanelTestManager::setupForAudioOutputTests(int route) {
-    m_panel->setHeadphones((route & 1) != 0);
-    m_panel->setSpeaker((route & 2) != 0);
-    m_selfTest->setVolume(0);
+    m_devices.panel->setHeadphones((route & 1) != 0);
+    m_devices.panel->setSpeaker((route & 2) != 0);
+    m_devices.selfTest->setVolume(0);
     setShaftEncoderMode(ShaftEncoderVolume);
-    m_selfTest->setPitch(kMaxPitch);
+    m_devices.selfTest->setPitch(kMaxPitch);
 }
 
 int32_t FrontPanelTestManager::headphoneState() const {
-    return m_panel->headphoneState;
-}
-
-QString FrontPanelTestManager::ledColourName(int colour) {
-    static char const* const names[kLedColours] = {"WHITE",   "YELLOW", "CYAN", "GREEN",
-                                                   "MAGENTA", "RED",    "BLUE", "BLACK"};
-    return QString::fromLatin1(names[colour & (kLedColours - 1)]);
-}
-
-int32_t FrontPanelTestManager::ledColourValue(int colour) {
-    static constexpr int32_t values[kLedColours] = {0xFFFFFF, 0xFFFF00, 0x00FFFF, 0x00FF00,
-                                                    0xFF00FF, 0xFF0000, 0x0000FF, 0x000000};
-    return values[colour & (kLedColours - 1)];
+    return m_devices.panel->headphoneState;
 }

@@ -12,6 +12,7 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <set>
 #include <vector>
 
 #include "app/Terminal.h"
@@ -31,7 +32,6 @@ public:
 
     static constexpr int32_t kDescriptionLines = 15;
     static constexpr int32_t kPromptLines = 2;
-    static constexpr int32_t kLedColours = 8;
     static constexpr int32_t kAllLeds = 255;
     static constexpr int32_t kMaxMenuTests = 26;
     static constexpr int32_t kPollMilliseconds = 100;
@@ -40,12 +40,14 @@ public:
     static constexpr int kSelectQuit = -1;
     static constexpr int kSelectUploadAndQuit = -2;
 
-    using Sleeper = std::function<void(int32_t milliseconds)>;
+    // Waits up to the given time, or less once one of the descriptors (the
+    // serial link's and the input devices'; -1 for none) has input.
+    using Sleeper = std::function<void(int32_t milliseconds, std::array<int, 3> const& inputFds)>;
     using Uploader = std::function<bool(QString const& filePath, QString const& targetDir)>;
 
     // Everything the manager talks to. Empty members are filled with the real
-    // thing: the curses terminal, the devices at the instrument's paths, a real
-    // sleep and the production artifact repository.
+    // thing: the curses terminal, the devices at the instrument's paths, a
+    // wait on those devices and the production artifact repository.
     struct Devices {
         std::unique_ptr<Terminal> terminal;
         std::unique_ptr<FrontPanelComms> panel;
@@ -58,26 +60,24 @@ public:
 
     FrontPanelTestManager();
     explicit FrontPanelTestManager(Devices devices);
-    // Switches the panel's LEDs and audio off (if the link was opened) and
-    // gives the terminal back.
+    // Switches the panel's LEDs and audio off (if the link was opened); the
+    // terminal gives the screen back as it goes.
     ~FrontPanelTestManager();
     FrontPanelTestManager(FrontPanelTestManager const&) = delete;
     FrontPanelTestManager& operator=(FrontPanelTestManager const&) = delete;
 
     // ---- Test plan and run loop ----
     void addUnitTest(std::shared_ptr<UnitTest> test);
-    std::vector<std::shared_ptr<UnitTest>> const& unitTests() const { return m_tests; }
     // 0 after (Q)uit or (U)pload and quit; -1 when start-up failed or a test
-    // asked to quit at once.
+    // asked to quit at once. The screen is closed whichever way it ends.
     int run();
     // A test index, kSelectQuit or kSelectUploadAndQuit. May return an index
     // past the last test; the caller shows the menu again then.
     int selectUnitTest();
     // First test not passed after the current one, wrapping round to the
-    // current one; the number of tests when all have passed.
+    // current one; the number of tests when all have passed. A test that can
+    // never pass (FailTest) is offered by this search only once per run.
     int nextIncompleteTest() const;
-    int32_t currentTestIndex() const { return m_currentTest; }
-    void setCurrentTestIndex(int32_t index) { m_currentTest = index; }
 
     // ---- Keys ----
     // One poll: services the devices, redraws, reads a key without waiting.
@@ -97,10 +97,6 @@ public:
     void detail(QString const& text);
     // The same with the two prompt lines (rows 19 and 21).
     void updatePrompt(QString const& text);
-    QString const& titleText() const { return m_title; }
-    std::array<QString, kDescriptionLines> const& descriptionLines() const { return m_description; }
-    std::array<QString, kPromptLines> const& promptLines() const { return m_prompt; }
-    bool showingTestDisplay() const { return m_showTestDisplay; }
 
     // Draws the test display or the debug display, whichever is selected.
     void show();
@@ -110,7 +106,9 @@ public:
     void closeDisplay();
 
     // ---- Panel state ----
-    // Services the serial link and both input devices, then sleeps.
+    // Services the serial link and both input devices, waits (up to the time
+    // given, less when input arrives) and services them again, so that
+    // whatever follows sees input up to that moment.
     void processEvents(int32_t milliseconds);
     // Hands the encoder's value to whatever the current mode drives.
     void processShaftEncoder();
@@ -132,16 +130,7 @@ public:
     // 1 plugged in, 0 not, -1 not yet reported by the panel.
     int32_t headphoneState() const;
 
-    // "WHITE", "YELLOW", ... for 0..7 (masked to 0..7).
-    static QString ledColourName(int colour);
-    // 24-bit RGB sent to the panel for colour 0..7 (masked to 0..7).
-    static int32_t ledColourValue(int colour);
-
-    FrontPanelComms& frontPanel() { return *m_panel; }
-    EventDeviceComms& keyboard() { return *m_keyboard; }
-    EventDeviceComms& encoder() { return *m_encoder; }
-    SelfTestFPGAComms& selfTestFPGA() { return *m_selfTest; }
-    Terminal& terminal() { return *m_terminal; }
+    SelfTestFPGAComms& selfTestFPGA() { return *m_devices.selfTest; }
 
     // ---- Results file and board serial number ----
     void setLogFileLocation(QString const& fileName);
@@ -156,6 +145,13 @@ public:
     QString const& boardSerialNumber() const { return m_serialNumber; }
 
 private:
+    // How the tests ended: the results to write, if any, and whether to upload.
+    enum class Ending { Abandoned, Quit, UploadAndQuit };
+    Ending runTests();
+    // The menu until the operator picks a test (its index), quits or uploads.
+    int menuChoice();
+    bool isTestIndex(int32_t index) const;
+    void servicePorts();
     void showTestDisplay();
     void showDebugDisplay();
     void showDevs();
@@ -165,19 +161,13 @@ private:
     void showColours();
     void print(int row, int col, QString const& text, Terminal::Attr attr = Terminal::Attr::Normal);
     int readKeyBlocking();
-    void checkTermination() const;
     void switchPanelOff();
     bool uploadResults();
 
     QString m_logFileName = QStringLiteral("/tmp/log.txt");
     QFile m_logFile;
     QTextStream m_logStream;
-    std::unique_ptr<Terminal> m_terminal;
-    std::unique_ptr<FrontPanelComms> m_panel;
-    std::unique_ptr<EventDeviceComms> m_keyboard;
-    std::unique_ptr<EventDeviceComms> m_encoder;
-    std::unique_ptr<SelfTestFPGAComms> m_selfTest;
-    Sleeper m_sleep;
+    Devices m_devices; // all but the upload, which is held apart
     Uploader m_upload;
     bool m_panelOpened = false;
     int32_t m_lastLed = -1;
@@ -189,6 +179,8 @@ private:
     int32_t m_currentTest = -1;
     bool m_showTestDisplay = true;
     std::vector<std::shared_ptr<UnitTest>> m_tests;
+    // Tests that cannot pass and that nextIncompleteTest() has offered once.
+    std::set<int32_t> m_offeredOnce;
     ShaftEncoderMode m_encoderMode = ShaftEncoderColours;
     int32_t m_ledColour = 0;
 };

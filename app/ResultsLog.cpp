@@ -1,4 +1,4 @@
-// The results file and the board serial number. The file is flushed after
+// The results file and its upload. The file is flushed after
 // every write: an operator's results must survive whatever ends the program.
 
 #include <cstdio>
@@ -6,12 +6,10 @@
 #include <unistd.h>
 
 #include "app/FrontPanelTestManager.h"
-#include "app/Termination.h"
 #include "upload/ProductionArtifactsNexusRepo.h"
 
 namespace {
 
-constexpr int kSerialMaxChars = 80;
 constexpr std::size_t kTimeBufferSize = 99;
 
 } // namespace
@@ -62,31 +60,6 @@ void FrontPanelTestManager::logUnitTestResults() {
     for (auto const& test : m_tests)
         log(QStringLiteral("%1 - %2\n")
                 .arg(QString::fromLatin1(test->getTestStateStr()), test->name));
-}
-
-QString FrontPanelTestManager::enterBoardSerialNumber() {
-    initDisplay();
-    m_terminal->setInputMode(true, true);
-    for (;;) {
-        m_terminal->erase();
-        print(14, 10, QStringLiteral("Enter CV084 PCB Serial No: "));
-        m_terminal->refresh();
-        std::string const word = m_terminal->readWord(kSerialMaxChars);
-        fpt::throwIfTerminationRequested();
-        m_serialNumber = QString::fromStdString(word);
-        if (m_serialNumber.isEmpty())
-            m_serialNumber = QStringLiteral("Unassigned");
-
-        // No erase here: the number as typed stays on row 14 above the question.
-        print(16, 10, QStringLiteral("You Entered \"%1\"").arg(m_serialNumber));
-        print(18, 10, QStringLiteral("Is that correct? (Y/n): "));
-        m_terminal->refresh();
-        int const key = readKeyBlocking();
-        if (key != 'n' && key != 'N')
-            break;
-    }
-    m_terminal->setInputMode(false, false);
-    return m_serialNumber;
 }
 
 bool FrontPanelTestManager::uploadResults() {

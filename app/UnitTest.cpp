@@ -21,6 +21,16 @@ char const* UnitTest::getTestStateStr() const {
     }
 }
 
+void UnitTest::setOutcome(State newState, char const* resultText) {
+    state = newState;
+    result = QString::fromLatin1(resultText);
+}
+
+int UnitTest::finish(State newState, char const* resultText, int code) {
+    setOutcome(newState, resultText);
+    return code;
+}
+
 UnitTestGroup::UnitTestGroup(QString testName) : UnitTest(std::move(testName)) {}
 
 void UnitTestGroup::addUnitTest(std::shared_ptr<UnitTest> test) {
@@ -35,7 +45,7 @@ int UnitTestGroup::run(FrontPanelTestManager& manager) {
         if (code != RunFinished) {
             // Abandoned part-way: the group as a whole was not completed, and
             // the loop must act on the member's request.
-            result = QStringLiteral("Test Not Completed");
+            result = QString::fromLatin1(ResultText::kNotCompleted);
             return code;
         }
         if (test->state == Passed)
@@ -43,8 +53,7 @@ int UnitTestGroup::run(FrontPanelTestManager& manager) {
     }
     auto const total = static_cast<int32_t>(m_tests.size());
     if (passed == total) {
-        state = Passed;
-        result = QStringLiteral("PASSED: Test Completed");
+        setOutcome(Passed, ResultText::kPassed);
     } else {
         state = Failed;
         result = QStringLiteral("FAILED: %1 failed out of %2").arg(total - passed).arg(total);

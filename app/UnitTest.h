@@ -11,6 +11,16 @@
 
 class FrontPanelTestManager;
 
+// The one-line result texts the tests leave for the summary screen.
+namespace ResultText {
+inline constexpr char kPassed[] = "PASSED: Test Completed";
+inline constexpr char kNotRun[] = "Test Not Run";
+inline constexpr char kNotCompleted[] = "Test Not Completed";
+inline constexpr char kUserFailure[] = "FAILED: User Reported Failure";
+// The encoder, button and audio tests' own spelling, without the colon.
+inline constexpr char kUserFailureNoColon[] = "FAILED User Reported Failure";
+} // namespace ResultText
+
 class UnitTest {
 public:
     // Values of `state`.
@@ -36,10 +46,14 @@ public:
     // Seven characters whatever the state so that the menu and the results
     // file line up: "PASSED ", "FAIL!! ", "Not Run", "*ERROR*".
     char const* getTestStateStr() const;
+    // Sets state and result together.
+    void setOutcome(State newState, char const* resultText);
+    // setOutcome, then hands code back: the last step of a run.
+    int finish(State newState, char const* resultText, int code);
 
     QString name;
     int32_t state = NotRun;
-    QString result = QStringLiteral("Test Not Run");
+    QString result = QString::fromLatin1(ResultText::kNotRun);
 };
 
 // Runs its members in order as one test. Stops at the first member that does

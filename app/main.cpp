@@ -12,7 +12,27 @@
 
 namespace {
 
+// The process-wide logger for as long as the program runs: stopped once,
+// whichever way the run ends (also when a signal unwinds it).
+class LoggingSession {
+public:
+    LoggingSession() { Calvento::initLogging(true, "/home/transfer/log/"); }
+    ~LoggingSession() { stop(); }
+    LoggingSession(LoggingSession const&) = delete;
+    LoggingSession& operator=(LoggingSession const&) = delete;
+
+    void stop() {
+        if (m_running)
+            Calvento::ceaseLogging();
+        m_running = false;
+    }
+
+private:
+    bool m_running = true;
+};
+
 int runProgram(parseArgs const& args) {
+    LoggingSession logging;
     FrontPanelTestManager manager;
     if (!manager.selfTestFPGA().valid && !args.runWithoutSelfTestImage) {
         std::fputs("ERROR: You dont have the appropriate FPGA test bit file loaded\n"
@@ -20,7 +40,6 @@ int runProgram(parseArgs const& args) {
                    "program_fpga_selftest.sh\n"
                    "\n",
                    stdout);
-        Calvento::ceaseLogging();
         return 1;
     }
 
@@ -30,12 +49,10 @@ int runProgram(parseArgs const& args) {
     manager.setLogFileLocation(fileName);
     addFrontPanelTestPlan(manager, manager.selfTestFPGA().valid);
 
+    // run() leaves the plain terminal, with any failure reason on it, so the
+    // results file name comes last.
     int const status = manager.run();
-    // The results file name goes to the plain terminal, after the screens
-    // are closed; should the run have failed before closing them, the
-    // manager gives the terminal back first.
-    manager.closeDisplay();
-    Calvento::ceaseLogging();
+    logging.stop();
     std::printf("Log filename: %s\n", fileName.toLocal8Bit().constData());
     std::fflush(stdout);
     return status;
@@ -52,7 +69,6 @@ int main(int argc, char** argv) {
 
     // Before the terminal is taken over, so curses leaves these signals to us.
     fpt::installTerminationHandlers();
-    Calvento::initLogging(true, "/home/transfer/log/");
 
     int signalNumber = 0;
     std::exception_ptr failure;
@@ -64,11 +80,10 @@ int main(int argc, char** argv) {
     } catch (...) {
         failure = std::current_exception();
     }
-    // Here the manager is gone: LEDs and audio are off, the terminal is back.
-    if (signalNumber != 0) {
-        Calvento::ceaseLogging();
+    // Here the manager and the logger are gone: LEDs and audio are off, the
+    // terminal is back.
+    if (signalNumber != 0)
         fpt::endBySignal(signalNumber);
-    }
     if (failure)
         std::rethrow_exception(failure);
     return status;

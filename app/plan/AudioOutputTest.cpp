@@ -9,8 +9,7 @@ AudioOutputTest::AudioOutputTest(QString testName, QString description, int32_t 
     : UnitTest(std::move(testName)), m_description(std::move(description)), m_route(route) {}
 
 int AudioOutputTest::run(FrontPanelTestManager& manager) {
-    state = Passed;
-    result = QStringLiteral("PASSED: Test Completed");
+    setOutcome(Passed, ResultText::kPassed);
 
     // The chosen output alone, silent to start with; the encoder turns the
     // volume up (and "p" lets it change the pitch) while the question waits.
@@ -24,19 +23,13 @@ int AudioOutputTest::run(FrontPanelTestManager& manager) {
 
     switch (answer) {
     case 'y':
-        state = Passed;
-        result = QStringLiteral("PASSED: Test Completed");
-        return RunFinished;
+        return finish(Passed, ResultText::kPassed, RunFinished);
     case 'n':
         // A silent output ends the run at once, before any result line is
         // written: the results file keeps only its header. Long-standing
         // behaviour, kept on purpose.
-        state = Failed;
-        result = QStringLiteral("FAILED User Reported Failure");
-        return RunQuit;
+        return finish(Failed, ResultText::kUserFailureNoColon, RunQuit);
     default:
-        state = NotRun;
-        result = QStringLiteral("Test Not Run");
-        return fpt::plan::leaveCodeForKey(answer);
+        return finish(NotRun, ResultText::kNotRun, fpt::plan::leaveCodeForKey(answer));
     }
 }

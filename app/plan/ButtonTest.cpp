@@ -14,8 +14,6 @@ namespace {
 constexpr int kExpectedReleased = 0;
 constexpr int kExpectedHeld = 1;
 
-QString const kWaitPrompt = QStringLiteral("\n (M)enu, (D)ebug, (Q)uit: ");
-
 // One key poll; the devices are serviced and the screen (with the LEDs) is
 // redrawn by the manager as part of it.
 int pollForLeave(FrontPanelTestManager& manager) {
@@ -45,8 +43,7 @@ int ButtonTest::run(FrontPanelTestManager& manager) {
     manager.title(name);
     manager.detail(description(m_label, m_buttonIndex));
     manager.setLEDColour(0);
-    state = NotRun;
-    result = QStringLiteral("Test Not Run");
+    setOutcome(NotRun, ResultText::kNotRun);
 
     for (;;) {
         int const code = attempt(manager);
@@ -56,7 +53,7 @@ int ButtonTest::run(FrontPanelTestManager& manager) {
 }
 
 int ButtonTest::attempt(FrontPanelTestManager& manager) {
-    manager.updatePrompt(kWaitPrompt);
+    manager.updatePrompt(QString::fromLatin1(fpt::plan::kLeavePrompt));
 
     // A button still held from before (or leaning on the panel) is not the
     // press we are looking for: wait for a clean panel first.
@@ -74,9 +71,7 @@ int ButtonTest::attempt(FrontPanelTestManager& manager) {
     for (;;) {
         int const check = manager.buttonTestCheckForExpected(m_buttonIndex);
         if (check == kExpectedReleased) {
-            state = Passed;
-            result = QStringLiteral("PASSED: Test Completed");
-            return RunFinished;
+            return finish(Passed, ResultText::kPassed, RunFinished);
         }
         if (check != kExpectedHeld)
             break; // another button went down as well
@@ -85,8 +80,7 @@ int ButtonTest::attempt(FrontPanelTestManager& manager) {
             return code;
     }
 
-    state = Failed;
-    result = QStringLiteral("FAILED User Reported Failure");
+    setOutcome(Failed, ResultText::kUserFailureNoColon);
     int const key = manager.prompt(QStringLiteral("ERROR: \"%1\" was not the last button pressed\n"
                                                   " (M)enu, (D)ebug, (R)etry or (Q)uit : ")
                                        .arg(m_label));

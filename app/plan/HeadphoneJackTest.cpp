@@ -15,7 +15,7 @@ QString const kIntro =
                    "   identifed.\n"
                    "\n");
 
-QString const kDetectionError = QStringLiteral("FAILED Headphone detection error");
+constexpr char kDetectionError[] = "FAILED Headphone detection error";
 
 } // namespace
 
@@ -31,8 +31,7 @@ QString HeadphoneJackTest::unplugDescription() {
 
 int HeadphoneJackTest::run(FrontPanelTestManager& manager) {
     manager.title(name);
-    state = Passed;
-    result = QStringLiteral("PASSED: Test Completed");
+    setOutcome(Passed, ResultText::kPassed);
 
     int const start = manager.headphoneState();
     if (start == kHeadphonesUnknown) {
@@ -40,9 +39,7 @@ int HeadphoneJackTest::run(FrontPanelTestManager& manager) {
         // test means nothing, and the run ends here.
         manager.prompt(QStringLiteral("ERROR: The Headphone State cannot be detected!\n"
                                       " Any key to Quit : "));
-        state = Failed;
-        result = QStringLiteral("FAILED The Headphone State cannot be detected");
-        return RunQuit;
+        return finish(Failed, "FAILED The Headphone State cannot be detected", RunQuit);
     }
 
     // One unplugging and one plugging every run, first whichever the jack's
@@ -67,9 +64,7 @@ int HeadphoneJackTest::plugTest(FrontPanelTestManager& manager, int expected,
             QStringLiteral("Press (Y) to continue\n(M)enu, (D)ebug, (Q)uit - (Y)es: "), "mdqyn");
         int const leave = leaveCodeForKey(key);
         if (leave != kStayInTest) {
-            state = NotRun;
-            result = QStringLiteral("Test Not Run");
-            return leave;
+            return finish(NotRun, ResultText::kNotRun, leave);
         }
 
         if (manager.headphoneState() == expected)
@@ -90,9 +85,7 @@ int HeadphoneJackTest::plugTest(FrontPanelTestManager& manager, int expected,
         }
         int const failedLeave = leaveCodeForKey(answer);
         if (failedLeave != kStayInTest) {
-            state = Failed;
-            result = kDetectionError;
-            return failedLeave;
+            return finish(Failed, kDetectionError, failedLeave);
         }
         // Anything else (meant: "r") asks for the go-ahead again.
     }

@@ -6,6 +6,9 @@
 
 namespace fpt::plan {
 
+// The prompt of a test that waits on the panel rather than on an answer.
+inline constexpr char kLeavePrompt[] = "\n (M)enu, (D)ebug, (Q)uit: ";
+
 // Sentinel for a key that does not leave the test.
 inline constexpr int kStayInTest = -1;
 

@@ -1,6 +1,7 @@
 #include "app/plan/ShaftEncTest.h"
 
 #include "app/FrontPanelTestManager.h"
+#include "app/LedColours.h"
 #include "app/plan/OperatorKeys.h"
 
 using fpt::plan::kStayInTest;
@@ -22,13 +23,13 @@ QString ShaftEncTest::stepDescription(bool clockwise, int fromColour, int toColo
                           "\n"
                           "1. Turn the Shaft Encoder One Step *%1* from *%2* to *%3*")
         .arg(clockwise ? QStringLiteral("Clockwise") : QStringLiteral("Anticlockwise"),
-             FrontPanelTestManager::ledColourName(fromColour),
-             FrontPanelTestManager::ledColourName(toColour));
+             QString::fromLatin1(ledColour(fromColour).name),
+             QString::fromLatin1(ledColour(toColour).name));
 }
 
 int ShaftEncTest::run(FrontPanelTestManager& manager) {
     name = QStringLiteral("Shaft Encoder Tests");
-    manager.updatePrompt(QStringLiteral("\n (M)enu, (D)ebug, (Q)uit: "));
+    manager.updatePrompt(QString::fromLatin1(fpt::plan::kLeavePrompt));
     // Colour mode from white, so that the walk below starts from a known LED
     // colour whatever the operator or an earlier test left the encoder on.
     manager.setShaftEncoderMode(FrontPanelTestManager::ShaftEncoderColours);
@@ -66,13 +67,10 @@ int ShaftEncTest::askVerdict(FrontPanelTestManager& manager) {
             QStringLiteral("Do all of the LEDs light up and do the colours change uniformly?\n"
                            " (Y)es (N)o : "));
         if (answer == 'y') {
-            state = Passed;
-            result = QStringLiteral("PASSED: Test Completed");
-            return RunFinished;
+            return finish(Passed, ResultText::kPassed, RunFinished);
         }
 
-        state = Failed;
-        result = QStringLiteral("FAILED User Reported Failure");
+        setOutcome(Failed, ResultText::kUserFailureNoColon);
         int const choice = manager.prompt(QStringLiteral("ERROR: Expected you to answer \"Yes\"?\n"
                                                          " (R)etry, (N)ext Test or (Q)uit : "));
         switch (choice) {
@@ -87,9 +85,7 @@ int ShaftEncTest::askVerdict(FrontPanelTestManager& manager) {
         default:
             // An unlisted key at this prompt passes the test. Long-standing
             // behaviour of the station, kept on purpose.
-            state = Passed;
-            result = QStringLiteral("PASSED: Test Completed");
-            return RunFinished;
+            return finish(Passed, ResultText::kPassed, RunFinished);
         }
     }
 }

@@ -17,18 +17,12 @@ int YesNoTest::run(FrontPanelTestManager& manager) {
         int const answer = manager.prompt(m_prompt, "ynmd");
         switch (answer) {
         case 'y':
-            state = Passed;
-            result = QStringLiteral("PASSED: Test Completed");
-            return RunFinished;
+            return finish(Passed, ResultText::kPassed, RunFinished);
         case 'n':
-            state = Failed;
-            result = QStringLiteral("FAILED: User Reported Failure");
-            return RunFinished;
+            return finish(Failed, ResultText::kUserFailure, RunFinished);
         case 'm':
         case 'd':
-            state = NotRun;
-            result = QStringLiteral("Test Not Completed");
-            return fpt::plan::leaveCodeForKey(answer);
+            return finish(NotRun, ResultText::kNotCompleted, fpt::plan::leaveCodeForKey(answer));
         default:
             break;
         }

@@ -1,66 +1,161 @@
 #pragma once
 
-// A FrontPanelTestManager wired to test doubles: scripted terminal, recording
-// panel link, scripted keyboard and encoder devices, recording tone control,
-// a sleep that only counts, and an upload that is recorded and answers
-// uploadResult. The doubles belong to the manager: the raw pointers are valid
-// while `manager` is (see RecordingFrontPanelComms::onLine for what is sent
-// during its destruction).
+// A FrontPanelTestManager on doubles: the operator's keys come from a script,
+// the panel link records the lines it would send, the input devices decode
+// events through their real code, the tone control records its settings, and
+// the sleep between polls runs whatever a test wants to happen meanwhile.
 
 #include <QString>
+#include <deque>
+#include <functional>
 #include <memory>
-#include <utility>
+#include <stdexcept>
+#include <string>
 #include <vector>
 
 #include "app/FrontPanelTestManager.h"
-#include "app/testing/RecordingFrontPanelComms.h"
-#include "app/testing/RecordingSelfTestFPGAComms.h"
-#include "app/testing/ScriptedEventDeviceComms.h"
-#include "app/testing/ScriptedTerminal.h"
 
 namespace fpt::testing {
 
+// The code under test wanted more keys than the script holds.
+struct ScriptExhausted : std::runtime_error {
+    ScriptExhausted() : std::runtime_error("terminal script exhausted") {}
+};
+
+class ScriptedTerminal : public Terminal {
+public:
+    // Each character one key, read at one poll each.
+    ScriptedTerminal& keys(std::string const& text) {
+        for (char c : text)
+            m_script.push_back([c] { return static_cast<int>(static_cast<unsigned char>(c)); });
+        return *this;
+    }
+    // Polls that find no key (skipped by blocking reads).
+    ScriptedTerminal& idle(int polls) {
+        for (int i = 0; i < polls; ++i)
+            m_script.push_back([] { return kNoKey; });
+        return *this;
+    }
+    // Runs at the next key read, which then finds no key.
+    ScriptedTerminal& then(std::function<void()> fn) {
+        m_script.push_back([fn] {
+            fn();
+            return kNoKey;
+        });
+        return *this;
+    }
+    std::deque<std::string> words;
+
+    void start() override { m_started = true; }
+    void stop() override { m_started = false; }
+    bool isStarted() const override { return m_started; }
+    void erase() override {}
+    void print(int, int, std::string const&, Attr) override {}
+    void refresh() override {}
+    void setInputMode(bool blocking, bool) override { m_blocking = blocking; }
+    int readKey() override {
+        for (;;) {
+            if (m_script.empty() && (m_blocking || ++m_idle > 1000))
+                throw ScriptExhausted();
+            if (m_script.empty())
+                return kNoKey;
+            auto const next = std::move(m_script.front());
+            m_script.pop_front();
+            int const key = next();
+            if (key != kNoKey || !m_blocking)
+                return key;
+        }
+    }
+    std::string readWord(int) override {
+        if (words.empty())
+            throw ScriptExhausted();
+        std::string w = words.front();
+        words.pop_front();
+        return w;
+    }
+
+private:
+    std::deque<std::function<int()>> m_script;
+    bool m_started = false;
+    bool m_blocking = false;
+    int m_idle = 0;
+};
+
+// Panel lines queued by a test are taken in when the manager services the link.
+class RecordingPanel : public FrontPanelComms {
+public:
+    bool initialize() override { return opens; }
+    bool servicePort() override {
+        for (; !incoming.empty(); incoming.pop_front())
+            processReceivedLine(incoming.front());
+        return true;
+    }
+    bool sendLine(QString const& line) override {
+        lines.push_back(line.toStdString());
+        return true;
+    }
+    bool opens = true;
+    std::deque<QString> incoming;
+    std::vector<std::string> lines;
+};
+
+class EventDevice : public EventDeviceComms {
+public:
+    using EventDeviceComms::EventDeviceComms;
+    bool initialize() override { return true; }
+    bool servicePort() override { return true; }
+    void key(int code, int value) {
+        input_event ev{};
+        ev.type = EV_KEY;
+        ev.code = static_cast<decltype(ev.code)>(code);
+        ev.value = value;
+        processReceivedEvent(ev);
+    }
+};
+
+class RecordingTone : public SelfTestFPGAComms {
+public:
+    explicit RecordingTone(bool imageLoaded) : SelfTestFPGAComms(NoPlatform{}) {
+        valid = imageLoaded;
+    }
+    void setVolume(int value) override { volume = value; }
+    void setPitch(int index) override { pitch = index; }
+};
+
 struct ManagerRig {
-    explicit ManagerRig(bool selfTestImageLoaded = true) {
+    explicit ManagerRig(bool imageLoaded = true) {
         FrontPanelTestManager::Devices d;
-        terminal = own<ScriptedTerminal>(d.terminal);
-        panel = own<RecordingFrontPanelComms>(d.panel);
-        keyboard = own<ScriptedEventDeviceComms>(d.keyboard,
-                                                 QStringLiteral("/dev/input/cv084_fp_keyboard"));
-        encoder =
-            own<ScriptedEventDeviceComms>(d.encoder, QStringLiteral("/dev/input/cv084_fp_mouse"));
-        selfTest = own<RecordingSelfTestFPGAComms>(d.selfTest, selfTestImageLoaded);
-        d.sleep = [this](int32_t ms) { sleeps.push_back(ms); };
-        d.upload = [this](QString const& path, QString const& dir) {
-            uploads.emplace_back(path, dir);
-            return uploadResult;
+        d.terminal = own(terminal);
+        d.panel = own(panel);
+        d.keyboard = own(keyboard, QStringLiteral("/dev/input/cv084_fp_keyboard"));
+        d.encoder = own(encoder, QStringLiteral("/dev/input/cv084_fp_mouse"));
+        d.selfTest = own(tone, imageLoaded);
+        d.sleep = [this](int32_t, std::array<int, 3> const&) {
+            if (duringSleep)
+                duringSleep();
+        };
+        d.upload = [this](QString const&, QString const& dir) {
+            uploads.push_back(dir.toStdString());
+            return true;
         };
         manager = std::make_unique<FrontPanelTestManager>(std::move(d));
     }
-    ManagerRig(ManagerRig const&) = delete;
-    ManagerRig& operator=(ManagerRig const&) = delete;
-
     FrontPanelTestManager& mgr() { return *manager; }
 
-    // Makes a T for the manager's slot and keeps a raw pointer to it.
-    template <class T, class Slot, class... Args> static T* own(Slot& slot, Args&&... args) {
+    template <class T, class... Args> static std::unique_ptr<T> own(T*& raw, Args&&... args) {
         auto p = std::make_unique<T>(std::forward<Args>(args)...);
-        T* raw = p.get();
-        slot = std::move(p);
-        return raw;
+        raw = p.get();
+        return p;
     }
 
     ScriptedTerminal* terminal = nullptr;
-    RecordingFrontPanelComms* panel = nullptr;
-    ScriptedEventDeviceComms* keyboard = nullptr;
-    ScriptedEventDeviceComms* encoder = nullptr;
-    RecordingSelfTestFPGAComms* selfTest = nullptr;
-    std::vector<int32_t> sleeps;
-    std::vector<std::pair<QString, QString>> uploads;
-    bool uploadResult = true;
-    // Declared last so it is destroyed first, while the hooks' records above
-    // are still alive.
-    std::unique_ptr<FrontPanelTestManager> manager;
+    RecordingPanel* panel = nullptr;
+    EventDevice* keyboard = nullptr;
+    EventDevice* encoder = nullptr;
+    RecordingTone* tone = nullptr;
+    std::function<void()> duringSleep;
+    std::vector<std::string> uploads;
+    std::unique_ptr<FrontPanelTestManager> manager; // last: goes first
 };
 
 } // namespace fpt::testing

@@ -1,0 +1,161 @@
+// Each test of the plan, driven through its answers: the run code that tells
+// the loop what to do, and the state and result text left for the summary
+// and the results file, including the station's deliberate oddities.
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <functional>
+
+#include "app/plan/AudioOutputTest.h"
+#include "app/plan/ButtonTest.h"
+#include "app/plan/HeadphoneJackTest.h"
+#include "app/plan/ShaftEncTest.h"
+#include "app/plan/YesNoTest.h"
+#include "app/testing/ManagerRig.h"
+
+using fpt::testing::ManagerRig;
+
+namespace {
+
+using Script = std::function<void(ManagerRig&)>;
+
+Script keys(char const* k) {
+    return [k](ManagerRig& r) { r.terminal->keys(k); };
+}
+// The panel reports the jack (1 in, 0 out) by the next poll, then the keys.
+Script jack(int plugged, char const* k) {
+    return [=](ManagerRig& r) {
+        r.terminal->then(
+            [&r, plugged] { r.panel->incoming.push_back(QStringLiteral("H%1").arg(plugged)); });
+        r.terminal->keys(k);
+    };
+}
+// The knob turned one step per poll through every colour and back.
+Script walk(char const* k) {
+    return [k](ManagerRig& r) {
+        for (int c : {1, 2, 3, 4, 5, 6, 7, 6, 5, 4, 3, 2, 1, 0})
+            r.terminal->then([&r, c] { r.encoder->encoderValue = c; });
+        r.terminal->idle(1).keys(k); // the poll that takes the last step in
+    };
+}
+Script buttons(std::vector<int> codes, char const* k) {
+    return [=](ManagerRig& r) {
+        for (int code : codes)
+            r.terminal->then([&r, code] { r.keyboard->key(code < 0 ? -code : code, code > 0); });
+        r.terminal->keys(k);
+    };
+}
+
+struct Case {
+    char const* what;
+    std::function<std::shared_ptr<UnitTest>()> make;
+    int jackAtStart;
+    std::vector<Script> script;
+    int code;
+    UnitTest::State state;
+    char const* result;
+};
+
+std::shared_ptr<UnitTest> yesNo() {
+    return std::make_shared<YesNoTest>(QStringLiteral("Q"), QStringLiteral("d"),
+                                       QStringLiteral("p"));
+}
+std::shared_ptr<UnitTest> audio() {
+    return std::make_shared<AudioOutputTest>(QStringLiteral("A"), QStringLiteral("d"), 2);
+}
+std::shared_ptr<UnitTest> jackTest() {
+    return std::make_shared<HeadphoneJackTest>(QStringLiteral("J"));
+}
+std::shared_ptr<UnitTest> f1() {
+    return std::make_shared<ButtonTest>(QStringLiteral("F1"), 1);
+}
+std::shared_ptr<UnitTest> encoder() {
+    return std::make_shared<ShaftEncTest>();
+}
+
+constexpr auto P = UnitTest::Passed;
+constexpr auto F = UnitTest::Failed;
+constexpr auto N = UnitTest::NotRun;
+constexpr char kPass[] = "PASSED: Test Completed";
+constexpr char kUser[] = "FAILED User Reported Failure";
+
+} // namespace
+
+TEST(Plan, AnswersGiveRunCodeStateAndResult) {
+    Case const cases[] = {
+        {"yes/no: q is not a key", yesNo, 0, {keys("qy")}, 1, P, kPass},
+        {"yes/no: no", yesNo, 0, {keys("n")}, 1, F, "FAILED: User Reported Failure"},
+        {"yes/no: debug", yesNo, 0, {keys("d")}, 3, N, "Test Not Completed"},
+        {"audio: yes", audio, 0, {keys("y")}, 1, P, kPass},
+        {"audio: no ends the run", audio, 0, {keys("n")}, 0, F, kUser},
+        {"audio: menu", audio, 0, {keys("m")}, 2, N, "Test Not Run"},
+        {"jack: unknown",
+         jackTest,
+         -1,
+         {keys("k")},
+         0,
+         F,
+         "FAILED The Headphone State cannot be detected"},
+        {"jack: out, in, out", jackTest, 0, {jack(1, "y"), jack(0, "y")}, 1, P, kPass},
+        {"jack: in, out, in", jackTest, 1, {jack(0, "y"), jack(1, "y")}, 1, P, kPass},
+        {"jack: not plugged, retry, quit",
+         jackTest,
+         0,
+         {keys("yryq")},
+         0,
+         F,
+         "FAILED Headphone detection error"},
+        {"jack: quit at the go-ahead", jackTest, 0, {keys("q")}, 0, N, "Test Not Run"},
+        {"button: pressed and released", f1, 0, {buttons({KEY_F1, -KEY_F1}, "")}, 1, P, kPass},
+        {"button: held at the start, released, then pressed",
+         f1,
+         0,
+         {[](ManagerRig& r) { r.keyboard->key(KEY_F2, 1); },
+          buttons({-KEY_F2, KEY_F1, -KEY_F1}, "")},
+         1,
+         P,
+         kPass},
+        {"button: a second one", f1, 0, {buttons({KEY_F1, KEY_F2}, "m")}, 2, F, kUser},
+        {"button: retry keeps the failure",
+         f1,
+         0,
+         {buttons({KEY_F1, KEY_F2}, "r"), buttons({-KEY_F1, -KEY_F2}, "d")},
+         3,
+         F,
+         kUser},
+        {"encoder: yes", encoder, 0, {walk("y")}, 1, P, kPass},
+        {"encoder: no, next test", encoder, 0, {walk("nn")}, 1, F, kUser},
+        {"encoder: no, retry, yes", encoder, 0, {walk("nry")}, 1, P, kPass},
+        {"encoder: no, unlisted key passes", encoder, 0, {walk("nx")}, 1, P, kPass},
+        {"encoder: no, quit", encoder, 0, {walk("nq")}, 0, F, kUser},
+        {"encoder: left mid-way", encoder, 0, {keys("m")}, 2, N, "Test Not Run"},
+    };
+    for (auto const& c : cases) {
+        ManagerRig r;
+        r.panel->headphoneState = c.jackAtStart;
+        for (auto const& step : c.script)
+            step(r);
+        auto const test = c.make();
+        int code = -1;
+        EXPECT_NO_THROW(code = test->run(r.mgr())) << c.what; // asked for more keys than given
+        EXPECT_EQ(code, c.code) << c.what;
+        EXPECT_EQ(test->state, c.state) << c.what;
+        EXPECT_EQ(test->result.toStdString(), c.result) << c.what;
+    }
+}
+
+TEST(Plan, AudioTestSetsItsRouteUpAndSwitchesBothOutputsOff) {
+    ManagerRig r;
+    r.terminal->keys("y");
+    r.tone->volume = 60;
+    r.panel->lines.clear();
+    audio()->run(r.mgr());
+    auto& lines = r.panel->lines;
+    lines.erase(
+        std::remove_if(lines.begin(), lines.end(), [](auto const& l) { return l[0] != 'A'; }),
+        lines.end());
+    EXPECT_EQ(r.panel->lines, (std::vector<std::string>{"A0\n", "A1\n", "A1\n", "A0\n"}));
+    EXPECT_EQ(r.tone->volume, 0);
+    EXPECT_EQ(r.tone->pitch, 48);
+}
