@@ -1,25 +1,17 @@
 #include "comms/FrontPanelComms.h"
 
 #include <cerrno>
-#include <climits>
 #include <cstring>
 #include <fcntl.h>
-#include <functional>
 #include <poll.h>
 #include <termios.h>
+#include <tuple>
 #include <unistd.h>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 namespace {
-
-bool readable(int fd) {
-    struct pollfd pfd {
-        fd, POLLIN, 0
-    };
-    return ::poll(&pfd, 1, 2000) > 0;
-}
 
 // The descriptor the next open() would get: the same before and after an
 // operation that leaks none.
@@ -34,110 +26,102 @@ std::string errnoText(char const* prefix, int error) {
 }
 
 // The panel's device node as a pseudo-terminal: the test plays the panel on
-// the master side, the link opens the slave by path. The slave is also held
-// open here so that its settings can be set before and read after.
-class PanelPty {
-public:
-    PanelPty() {
-        master_ = ::posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK);
-        char name[PATH_MAX] = {};
-        if (master_ >= 0 && ::grantpt(master_) == 0 && ::unlockpt(master_) == 0 &&
-            ::ptsname_r(master_, name, sizeof name) == 0) {
-            path_ = name;
-            slave_ = ::open(name, O_RDWR | O_NOCTTY);
-        }
-    }
+// the master side, the link opens the slave by its path. The slave is held
+// open here too, so that its settings can be set before and read after.
+struct PanelPty {
+    int master = ::posix_openpt(O_RDWR | O_NOCTTY);
+    int slave = ::grantpt(master) == 0 && ::unlockpt(master) == 0
+                    ? ::open(::ptsname(master), O_RDWR | O_NOCTTY)
+                    : -1;
+    FrontPanelComms link{QString::fromLocal8Bit(slave < 0 ? "" : ::ptsname(master))};
     ~PanelPty() {
-        ::close(slave_);
-        ::close(master_);
+        ::close(slave);
+        ::close(master);
     }
-    PanelPty(PanelPty const&) = delete;
-    PanelPty& operator=(PanelPty const&) = delete;
-
-    bool ok() const { return slave_ >= 0; }
-    QString path() const { return QString::fromStdString(path_); }
-    int slave() const { return slave_; }
-    void send(std::string const& bytes) {
-        ASSERT_EQ(::write(master_, bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    bool waitReadable(int fd) {
+        struct pollfd pfd {
+            fd, POLLIN, 0
+        };
+        return ::poll(&pfd, 1, 2000) > 0;
     }
     // Everything the link wrote so far, fenced by a marker line it sends now.
-    std::string linesSent(FrontPanelComms& comms) {
-        comms.sendLine(QStringLiteral("~\n"));
+    std::string linesSent() {
+        link.sendLine(QStringLiteral("~\n"));
         std::string received;
         char chunk[256];
-        while (received.find("~\n") == std::string::npos && readable(master_)) {
-            const ssize_t n = ::read(master_, chunk, sizeof chunk);
-            received.append(chunk, static_cast<size_t>(std::max<ssize_t>(n, 0)));
+        while (received.find("~\n") == std::string::npos && waitReadable(master)) {
+            received.append(chunk,
+                            static_cast<size_t>(std::max<ssize_t>(::read(master, chunk, 256), 0)));
         }
         return received.substr(0, received.find("~\n"));
     }
-
-private:
-    int master_ = -1;
-    int slave_ = -1;
-    std::string path_;
 };
 
 TEST(FrontPanelCommsTest, EachCommandPutsItsExactBytesOnTheLine) {
-    using Act = std::function<void(FrontPanelComms&)>;
-    const std::vector<std::pair<Act, std::string>> cases = {
-        {[](FrontPanelComms& c) { c.setLed(3, 0x00FF00); }, "L0300ff00\n"},
-        {[](FrontPanelComms& c) { c.setLed(15, 0xFFFFFF); }, "L0fffffff\n"},
-        {[](FrontPanelComms& c) { c.setLed(16, 0); }, "Lff000000\n"},
-        {[](FrontPanelComms& c) { c.setLed(256, 0x01234567); }, "L00234567\n"},
-        {[](FrontPanelComms& c) { c.setLed(261, 0xABCDEF); }, "L05abcdef\n"},
-        {[](FrontPanelComms& c) { c.setLed(-1, -1); }, "Lffffffff\n"},
-        {[](FrontPanelComms& c) { c.setBrightness(300); }, "B2c\n"},
-        {[](FrontPanelComms& c) { c.setBrightness(5); }, "B05\n"},
-        {[](FrontPanelComms& c) {
-             c.setSpeaker(true);
-             c.setHeadphones(true);
-             c.setSpeaker(false);
-         },
-         "A1\nA3\nA2\n"},
-    };
-    for (auto const& [act, bytes] : cases) {
-        SCOPED_TRACE(bytes);
+    const int free = lowestFreeDescriptor();
+    {
         PanelPty pty;
-        ASSERT_TRUE(pty.ok());
-        FrontPanelComms comms(pty.path());
+        auto& comms = pty.link;
         ASSERT_TRUE(comms.initialize());
-        ASSERT_EQ(pty.linesSent(comms), "V\nH\nA0\n");
-        const uint32_t before = comms.bytesSent;
-        act(comms);
-        EXPECT_EQ(pty.linesSent(comms), bytes);
-        EXPECT_EQ(comms.bytesSent, before + bytes.size() + 2);
+        const int fd = comms.fd;
+        EXPECT_TRUE(comms.openPort()); // already open: not opened again
+        EXPECT_EQ(comms.fd, fd);
+        std::string expected = "V\nH\nA0\n";
+        const std::vector<std::tuple<int, int, const char*>> leds = {
+            {3, 0x00FF00, "L0300ff00\n"},   {15, 0xFFFFFF, "L0fffffff\n"},
+            {16, 0, "Lff000000\n"},         {256, 0x01234567, "L00234567\n"},
+            {261, 0xABCDEF, "L05abcdef\n"}, {-1, -1, "Lffffffff\n"}};
+        for (auto const& [led, colour, bytes] : leds) {
+            comms.setLed(led, colour);
+            expected += bytes;
+        }
+        comms.setBrightness(300);
+        comms.setBrightness(5);
+        comms.setSpeaker(true);
+        comms.setHeadphones(true);
+        comms.setSpeaker(false);
+        expected += "B2c\nB05\nA1\nA3\nA2\n";
+        EXPECT_EQ(pty.linesSent(), expected);
+        EXPECT_EQ(comms.bytesSent, expected.size() + 2); // and the marker line
+
+        // A panel that stops taking bytes: the command is reported and
+        // dropped within one poll; the line works again once it reads.
+        ASSERT_EQ(::tcflow(pty.slave, TCOOFF), 0);
+        testing::internal::CaptureStderr();
+        EXPECT_FALSE(comms.sendLine(QStringLiteral("B05\n")));
+        EXPECT_EQ(testing::internal::GetCapturedStderr(),
+                  errnoText("FrontPanelComs::sendLine() failed", ETIMEDOUT));
+        EXPECT_EQ(comms.bytesSent, expected.size() + 2);
+        ASSERT_EQ(::tcflow(pty.slave, TCOON), 0);
+        comms.setLed(1, 0xFFFFFF);
+        EXPECT_EQ(pty.linesSent(), "L01ffffff\n");
     }
+    EXPECT_EQ(lowestFreeDescriptor(), free) << "the link left its port open";
 }
 
 TEST(FrontPanelCommsTest, LineIsRawInBothDirectionsAndKeepsItsSpeed) {
     PanelPty pty;
-    ASSERT_TRUE(pty.ok());
-    struct termios before {};
-    ASSERT_EQ(::tcgetattr(pty.slave(), &before), 0);
+    struct termios tty {};
+    ASSERT_EQ(::tcgetattr(pty.slave, &tty), 0);
     const tcflag_t kept = BRKINT | IMAXBEL | IUTF8;
-    before.c_iflag = kept | IGNBRK | IXON | IXOFF | IXANY | ICRNL | INLCR | IGNCR | ISTRIP |
-                     PARMRK | INPCK | IUCLC;
-    before.c_oflag |= OPOST | ONLCR;
-    before.c_lflag |= ECHO | ICANON | ISIG | IEXTEN;
-    before.c_cc[VMIN] = 1;
-    before.c_cc[VTIME] = 5;
-    ASSERT_EQ(::cfsetspeed(&before, B19200), 0);
-    ASSERT_EQ(::tcsetattr(pty.slave(), TCSANOW, &before), 0);
+    tty.c_iflag = kept | IGNBRK | IXON | IXOFF | IXANY | ICRNL | INLCR | IGNCR | ISTRIP | PARMRK |
+                  INPCK | IUCLC;
+    tty.c_oflag = OPOST | ONLCR;
+    tty.c_lflag = ECHO | ICANON | ISIG | IEXTEN;
+    tty.c_cc[VMIN] = 1;
+    tty.c_cc[VTIME] = 5;
+    const tcflag_t control = tty.c_cflag;
+    ASSERT_EQ(::cfsetspeed(&tty, B19200), 0);
+    ASSERT_EQ(::tcsetattr(pty.slave, TCSANOW, &tty), 0);
 
-    FrontPanelComms comms(pty.path());
-    ASSERT_TRUE(comms.initialize());
-    struct termios after {};
-    ASSERT_EQ(::tcgetattr(pty.slave(), &after), 0);
-    EXPECT_EQ(after.c_iflag, kept);
-    EXPECT_EQ(after.c_oflag, 0u);
-    EXPECT_EQ(after.c_lflag, 0u);
-    EXPECT_EQ(after.c_cflag, before.c_cflag);
-    EXPECT_EQ(::cfgetospeed(&after), B19200);
-    EXPECT_EQ(after.c_cc[VMIN], 0);
-    EXPECT_EQ(after.c_cc[VTIME], 0);
+    ASSERT_TRUE(pty.link.initialize());
+    ASSERT_EQ(::tcgetattr(pty.slave, &tty), 0);
+    EXPECT_EQ(tty.c_iflag, kept);
+    EXPECT_EQ(tty.c_oflag | tty.c_lflag | tty.c_cc[VMIN] | tty.c_cc[VTIME], 0u);
+    EXPECT_EQ(::cfgetospeed(&tty), B19200);
+    EXPECT_EQ(tty.c_cflag & ~CBAUD, control & ~CBAUD);
     // Opened read-write and synchronous, and still blocking after the sends.
-    EXPECT_EQ(::fcntl(comms.fd, F_GETFL) & (O_ACCMODE | O_SYNC | O_NONBLOCK), O_RDWR | O_SYNC);
+    EXPECT_EQ(::fcntl(pty.link.fd, F_GETFL) & (O_ACCMODE | O_SYNC | O_NONBLOCK), O_RDWR | O_SYNC);
 }
 
 TEST(FrontPanelCommsTest, ReceivedLinesAreSplitAndDispatched) {
@@ -168,15 +152,15 @@ TEST(FrontPanelCommsTest, ReceivedLinesAreSplitAndDispatched) {
     for (auto const& steps : cases) {
         SCOPED_TRACE(steps.front().bytes);
         PanelPty pty;
-        ASSERT_TRUE(pty.ok());
-        FrontPanelComms comms(pty.path());
+        auto& comms = pty.link;
         ASSERT_TRUE(comms.initialize());
         uint32_t total = 0;
         for (auto const& step : steps) {
-            pty.send(step.bytes);
+            ASSERT_EQ(::write(pty.master, step.bytes.data(), step.bytes.size()),
+                      static_cast<ssize_t>(step.bytes.size()));
             total += static_cast<uint32_t>(step.bytes.size());
             testing::internal::CaptureStderr();
-            while (comms.bytesReceived < total && readable(comms.fd)) {
+            while (comms.bytesReceived < total && pty.waitReadable(comms.fd)) {
                 EXPECT_TRUE(comms.servicePort());
             }
             EXPECT_EQ(testing::internal::GetCapturedStderr(),
@@ -193,55 +177,6 @@ TEST(FrontPanelCommsTest, ReceivedLinesAreSplitAndDispatched) {
     }
 }
 
-// A panel that stops taking bytes: the command is reported and dropped
-// within one poll, and the line works again once the panel reads.
-TEST(FrontPanelCommsTest, StalledLineDropsTheCommand) {
-    PanelPty pty;
-    ASSERT_TRUE(pty.ok());
-    FrontPanelComms comms(pty.path());
-    ASSERT_TRUE(comms.initialize());
-    ASSERT_EQ(pty.linesSent(comms), "V\nH\nA0\n");
-    const uint32_t before = comms.bytesSent;
-    ASSERT_EQ(::tcflow(pty.slave(), TCOOFF), 0);
-    testing::internal::CaptureStderr();
-    EXPECT_FALSE(comms.sendLine(QStringLiteral("B05\n")));
-    EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              errnoText("FrontPanelComs::sendLine() failed", ETIMEDOUT));
-    EXPECT_EQ(comms.bytesSent, before);
-    ASSERT_EQ(::tcflow(pty.slave(), TCOON), 0);
-    comms.setLed(1, 0xFFFFFF);
-    EXPECT_EQ(pty.linesSent(comms), "L01ffffff\n");
-}
-
-TEST(FrontPanelCommsTest, ClosedPortSendsAndReadsNothing) {
-    // Descriptor 0 counts as closed too: the link is never standard input.
-    for (int fd : {-1, 0}) {
-        FrontPanelComms comms(QStringLiteral("/nonexistent/cv084_app"));
-        comms.fd = fd;
-        EXPECT_FALSE(comms.sendLine(QStringLiteral("V\n")));
-        comms.setLed(3, 0x00FF00);
-        comms.setSpeaker(true);
-        EXPECT_EQ(comms.bytesSent, 0u);
-        comms.fd = -1;
-        EXPECT_TRUE(comms.servicePort());
-        EXPECT_EQ(comms.bytesReceived, 0u);
-    }
-}
-
-TEST(FrontPanelCommsTest, PortIsOpenedOnceAndClosedWithTheLink) {
-    PanelPty pty;
-    ASSERT_TRUE(pty.ok());
-    int fd = -1;
-    {
-        FrontPanelComms comms(pty.path());
-        ASSERT_TRUE(comms.initialize());
-        fd = comms.fd;
-        EXPECT_TRUE(comms.openPort());
-        EXPECT_EQ(comms.fd, fd);
-    }
-    EXPECT_EQ(::fcntl(fd, F_GETFD), -1);
-}
-
 TEST(FrontPanelCommsTest, FailedSetUpIsReportedAndLeavesThePortClosed) {
     char notATerminal[] = "/tmp/fpt_cv084_XXXXXX";
     ::close(::mkstemp(notATerminal));
@@ -255,10 +190,20 @@ TEST(FrontPanelCommsTest, FailedSetUpIsReportedAndLeavesThePortClosed) {
         testing::internal::CaptureStderr();
         EXPECT_FALSE(comms.initialize());
         EXPECT_EQ(testing::internal::GetCapturedStderr(), report);
-        EXPECT_EQ(comms.fd, -1);
         EXPECT_EQ(lowestFreeDescriptor(), free);
+        // Closed: nothing is sent or read.
+        EXPECT_EQ(comms.fd, -1);
+        EXPECT_FALSE(comms.sendLine(QStringLiteral("V\n")));
+        EXPECT_TRUE(comms.servicePort());
+        EXPECT_EQ(comms.bytesSent + comms.bytesReceived, 0u);
     }
     ::unlink(notATerminal);
+    // Descriptor 0 counts as closed too: the link is never standard input.
+    FrontPanelComms comms(QString{});
+    comms.fd = 0;
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(comms.sendLine(QStringLiteral("V\n")));
+    EXPECT_EQ(testing::internal::GetCapturedStderr() + std::to_string(comms.bytesSent), "0");
 }
 
 } // namespace
