@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
-#include <iterator>
 #include <unistd.h>
 #include <vector>
 
@@ -13,14 +12,12 @@
 namespace {
 
 // One kernel record, at the size of this system's own input_event.
-constexpr size_t kRecord = sizeof(struct input_event);
-
 std::string record(int type, int code, int value) {
     struct input_event event {};
     event.type = static_cast<__u16>(type);
     event.code = static_cast<__u16>(code);
     event.value = value;
-    return std::string(reinterpret_cast<char const*>(&event), kRecord);
+    return std::string(reinterpret_cast<char const*>(&event), sizeof event);
 }
 std::string key(int code, int value) {
     return record(EV_KEY, code, value);
@@ -30,19 +27,15 @@ using Buttons = std::array<int32_t, EventDeviceComms::kButtonCount>;
 // The device under test reads the far end of a non-blocking pipe, as
 // initialize() leaves a real input node; the object closes its end.
 struct PipeDevice {
-    EventDeviceComms comms{QStringLiteral("/dev/input/cv084_fp_keyboard")};
-    int writeEnd = -1;
+    int ends[2] = {-1, -1};
+    EventDeviceComms comms{QString{}};
     PipeDevice() {
-        int ends[2];
-        if (::pipe2(ends, O_NONBLOCK) == 0) {
-            comms.fd = ends[0];
-            writeEnd = ends[1];
-        }
+        EXPECT_EQ(::pipe2(ends, O_NONBLOCK), 0);
+        comms.fd = ends[0]; // closed by the device
     }
-    ~PipeDevice() { ::close(writeEnd); }
+    ~PipeDevice() { ::close(ends[1]); }
     void poll(std::string const& bytes) {
-        ASSERT_EQ(::write(writeEnd, bytes.data(), bytes.size()),
-                  static_cast<ssize_t>(bytes.size()));
+        ASSERT_EQ(::write(ends[1], bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
         EXPECT_TRUE(comms.servicePort());
     }
 };
@@ -74,10 +67,9 @@ TEST(EventDeviceCommsTest, EncoderMovesClampsAndWrapsByItsFormula) {
 // previous one is released, the records arriving in two pieces: only its own
 // state is set, and the release does not move lastButton.
 TEST(EventDeviceCommsTest, EveryPanelKeyMapsToItsButton) {
-    const int codes[] = {KEY_LEFTMETA, KEY_F1, KEY_F2,    KEY_F3,    KEY_F4,  KEY_F5,
-                         KEY_F6,       KEY_F7, KEY_F8,    KEY_F9,    KEY_F10, KEY_DOWN,
-                         KEY_LEFT,     KEY_UP, KEY_RIGHT, KEY_FRONT, KEY_MUTE};
-    static_assert(std::size(codes) == EventDeviceComms::kButtonCount);
+    const int codes[EventDeviceComms::kButtonCount] = {
+        KEY_LEFTMETA, KEY_F1,  KEY_F2,   KEY_F3,   KEY_F4, KEY_F5,    KEY_F6,    KEY_F7,  KEY_F8,
+        KEY_F9,       KEY_F10, KEY_DOWN, KEY_LEFT, KEY_UP, KEY_RIGHT, KEY_FRONT, KEY_MUTE};
     PipeDevice device;
     for (int i = 0; i < EventDeviceComms::kButtonCount; ++i) {
         const int press = i % 2 == 0 ? EventDeviceComms::Pressed : EventDeviceComms::Repeat;
