@@ -42,7 +42,7 @@ TEST(FrontPanelCommsTest, EachCommandPutsItsExactBytesOnTheLine) {
     std::string expected;
     const std::vector<std::tuple<int, int, const char*>> leds = {
         {3, 0x00FF00, "L0300ff00\n"},     {15, 0xFFFFFF, "L0fffffff\n"},  {16, 0, "Lff000000\n"},
-        {256, 0x01234567, "L00234567\n"}, {261, 0xABCDEF, "L05abcdef\n"}, {-1, -1, "Lffffffff\n"}};
+        {256, 0x01234567, "L00234567\n"}, {261, 0xABCDEF, "L05abcdef\n"}, {128, -1, "Lffffffff\n"}};
     for (auto const& [led, colour, bytes] : leds) {
         comms.setLed(led, colour);
         expected += bytes;
