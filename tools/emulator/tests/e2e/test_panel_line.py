@@ -19,7 +19,8 @@ STDERR = "/tmp/fpt-panel-line.stderr"
 
 class PanelLineCase(unittest.TestCase):
     def setUp(self):
-        # The program's standard error, away from the curses screen.
+        # The program's standard error into a file, away from the curses
+        # screen: Station starts the program through sh, which redirects it.
         program = os.environ["FPT_PROGRAM"]
         os.environ["FPT_PROGRAM"] = f"{program} 2>{STDERR}"
         try:
