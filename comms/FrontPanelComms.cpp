@@ -4,12 +4,76 @@
 #include <QByteArray>
 #include <QChar>
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
 #include <iostream>
+#include <poll.h>
 #include <termios.h>
 #include <unistd.h>
 #include <utility>
+
+namespace {
+
+// The panel is the board under test and may stop reading (or, on a line that
+// honours flow control, send XOFF). A command that the line cannot take
+// within one pass of the manager's loop is dropped instead of freezing it.
+constexpr int kSendTimeoutMs = 100;
+
+// Upper to lower case on input: not in POSIX, so not on every system.
+#ifdef IUCLC
+constexpr tcflag_t kCaseFolding = IUCLC;
+#else
+constexpr tcflag_t kCaseFolding = 0;
+#endif
+
+// Input bits with which the kernel would interpret or drop the panel's bytes:
+// XON/XOFF flow control (an XOFF from a faulty board would stop all our
+// output), carriage return and line feed translation (a CR stays part of the
+// line), stripping, parity marking and checking, case folding.
+constexpr tcflag_t kCookedInput =
+    IXON | IXOFF | IXANY | ICRNL | INLCR | IGNCR | ISTRIP | PARMRK | INPCK | kCaseFolding;
+
+// O_NONBLOCK for one write only: the port itself stays blocking, as opened.
+class NonBlockingScope {
+public:
+    explicit NonBlockingScope(int fd) : fd_(fd), flags_(::fcntl(fd, F_GETFL)) {
+        if (flags_ != -1) {
+            ::fcntl(fd_, F_SETFL, flags_ | O_NONBLOCK);
+        }
+    }
+    ~NonBlockingScope() {
+        if (flags_ != -1) {
+            ::fcntl(fd_, F_SETFL, flags_);
+        }
+    }
+    NonBlockingScope(NonBlockingScope const&) = delete;
+    NonBlockingScope& operator=(NonBlockingScope const&) = delete;
+
+private:
+    int fd_;
+    int flags_;
+};
+
+// Writes without ever waiting longer than kSendTimeoutMs; -1 with errno set
+// (ETIMEDOUT when the line took nothing in time).
+ssize_t boundedWrite(int fd, char const* data, size_t size) {
+    struct pollfd writable {
+        fd, POLLOUT, 0
+    };
+    const int ready = ::poll(&writable, 1, kSendTimeoutMs);
+    if (ready == 0) {
+        errno = ETIMEDOUT;
+    }
+    if (ready < 1) {
+        return -1;
+    }
+    // Room for a byte is not room for the line: the write itself must not wait.
+    const NonBlockingScope nonBlocking(fd);
+    return ::write(fd, data, size);
+}
+
+} // namespace
 
 FrontPanelComms::FrontPanelComms(QString path) : devicePath(std::move(path)) {}
 
@@ -54,11 +118,12 @@ bool FrontPanelComms::setTTY() {
         return false;
     }
 
-    // Raw polling mode: no output processing, no echo, no canonical line
-    // editing, no signal characters; a read returns at once with whatever has
-    // arrived (VMIN = VTIME = 0). The control flags, and so the line speed, are
-    // the device's own: the panel link's speed is fixed by its driver.
-    tty.c_iflag &= ~static_cast<tcflag_t>(IGNBRK);
+    // Raw polling mode: every byte as it came, no output processing, no echo,
+    // no canonical line editing, no signal characters; a read returns at once
+    // with whatever has arrived (VMIN = VTIME = 0). The control flags, and so
+    // the line speed, are the device's own: the panel link's speed is fixed by
+    // its driver.
+    tty.c_iflag &= ~(static_cast<tcflag_t>(IGNBRK) | kCookedInput);
     tty.c_oflag = 0;
     tty.c_lflag = 0;
     tty.c_cc[VTIME] = 0;
@@ -79,7 +144,7 @@ bool FrontPanelComms::sendLine(QString const& line) {
         return false;
     }
     const QByteArray bytes = line.toLocal8Bit();
-    const ssize_t written = ::write(fd, bytes.constData(), static_cast<size_t>(bytes.size()));
+    const ssize_t written = boundedWrite(fd, bytes.constData(), static_cast<size_t>(bytes.size()));
     if (written == -1) {
         std::perror("FrontPanelComs::sendLine() failed");
         return false;

@@ -7,4 +7,4 @@ target_link_libraries(fpt_comms_fpga
 
 fpt_add_test(comms_selftest_fpga_tests
     SOURCES ${CMAKE_CURRENT_LIST_DIR}/tests/SelfTestFPGACommsTest.cpp
-    LIBS fpt_comms_fpga fpt_logging_testing)
+    LIBS fpt_comms_fpga fpt_platform_axi_testing fpt_platform_descriptor_testing)

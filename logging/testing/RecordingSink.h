@@ -1,59 +1,41 @@
 #pragma once
 
-// A sink that keeps every formatted message in memory, and a scope that
-// installs it as "VYLOG" so tests can check exactly what was logged.
+// "VYLOG" over an in-memory sink for as long as the object lives, so that a
+// test can check exactly which messages the platform layer logged.
 
 #include <memory>
-#include <mutex>
 #include <string>
 #include <vector>
 
-#include <spdlog/sinks/base_sink.h>
+#include <spdlog/pattern_formatter.h>
+#include <spdlog/sinks/ringbuffer_sink.h>
 #include <spdlog/spdlog.h>
 
 #include "logging/Logging.h"
 
 namespace Calvento::testing {
 
-class RecordingSink final : public spdlog::sinks::base_sink<std::mutex> {
-public:
-    std::vector<std::string> lines() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return lines_;
-    }
-    void clear() {
-        std::lock_guard<std::mutex> lock(mutex_);
-        lines_.clear();
-    }
-
-protected:
-    void sink_it_(spdlog::details::log_msg const& msg) override {
-        lines_.emplace_back(msg.payload.data(), msg.payload.size());
-    }
-    void flush_() override {}
-
-private:
-    std::vector<std::string> lines_;
-};
-
-// Registers "VYLOG" over a RecordingSink (level trace) for its lifetime.
 class ScopedRecordingLogger {
 public:
-    ScopedRecordingLogger() : sink_(std::make_shared<RecordingSink>()) {
+    ScopedRecordingLogger() { clear(); }
+    ~ScopedRecordingLogger() { spdlog::drop(kVyLogName); }
+
+    // The messages' texts, oldest first (at most the last 10000).
+    std::vector<std::string> lines() { return sink_->last_formatted(); }
+
+    // Starts a new record: callers look "VYLOG" up at each use.
+    void clear() {
         spdlog::drop(kVyLogName);
+        sink_ = std::make_shared<spdlog::sinks::ringbuffer_sink_mt>(10000);
+        sink_->set_formatter(std::make_unique<spdlog::pattern_formatter>(
+            "%v", spdlog::pattern_time_type::local, std::string()));
         auto logger = std::make_shared<spdlog::logger>(kVyLogName, sink_);
         logger->set_level(spdlog::level::trace);
         spdlog::register_logger(logger);
     }
-    ~ScopedRecordingLogger() { spdlog::drop(kVyLogName); }
-    ScopedRecordingLogger(ScopedRecordingLogger const&) = delete;
-    ScopedRecordingLogger& operator=(ScopedRecordingLogger const&) = delete;
-
-    std::vector<std::string> lines() { return sink_->lines(); }
-    void clear() { sink_->clear(); }
 
 private:
-    std::shared_ptr<RecordingSink> sink_;
+    std::shared_ptr<spdlog::sinks::ringbuffer_sink_mt> sink_;
 };
 
 } // namespace Calvento::testing

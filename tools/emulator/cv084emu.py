@@ -72,6 +72,10 @@ class Emulator:
     def jack(self, plugged):
         self.request("jack", "in" if plugged else "out")
 
+    def serial_raw(self, data):
+        """The panel's micro-controller sends `data` (bytes) as they are."""
+        self.request("serial-raw", data.hex())
+
     # What the panel and the FPGA were told.
     def state(self):
         return self.request("state")

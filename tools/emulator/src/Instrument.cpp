@@ -420,6 +420,19 @@ void Instrument::command(int fd, std::vector<std::string> const& args) {
             serial_.setJack(args[1] == "in");
             reply(fd, "{\"ok\":true}");
         }
+    } else if (cmd == "serial-raw") {
+        // Bytes in hexadecimal, sent by the panel as they are.
+        std::string bytes;
+        std::string const hex = args.size() > 1 ? args[1] : "";
+        for (size_t i = 0; i + 1 < hex.size(); i += 2) {
+            bytes += char(std::strtol(hex.substr(i, 2).c_str(), nullptr, 16));
+        }
+        if (bytes.empty() || hex.size() % 2 != 0) {
+            reply(fd, error("serial-raw HEXBYTES"));
+        } else {
+            serial_.sendRaw(bytes);
+            reply(fd, "{\"ok\":true}");
+        }
     } else if (cmd == "state") {
         reply(fd, stateJson());
     } else if (cmd == "traffic") {

@@ -60,12 +60,15 @@ bool PanelSerial::start(std::string const& devicePath) {
         perror("emulator: open pty slave");
         return false;
     }
-    // Raw from the start: with the pty's default echo the panel's own
+    // No echo from the start: with the pty's default echo the panel's own
     // unsolicited reports would come straight back as host commands before
-    // the program has set the line up.
+    // the program has set the line up. The input flags stay as a tty device
+    // comes up (XON/XOFF flow control, CR to LF): the program must clear them.
     termios tio{};
     tcgetattr(slave_, &tio);
+    tcflag_t const deviceInput = tio.c_iflag;
     cfmakeraw(&tio);
+    tio.c_iflag = deviceInput;
     tcsetattr(slave_, TCSANOW, &tio);
 
     int fd = open(devicePath.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0660);
@@ -110,8 +113,16 @@ void PanelSerial::record(bool fromHost, std::string const& text, bool accepted) 
 
 void PanelSerial::send(std::string const& line) {
     record(false, line, true);
-    std::string out = line + "\n";
-    ssize_t n = write(master_, out.data(), out.size());
+    writeToHost(line + "\n");
+}
+
+void PanelSerial::sendRaw(std::string const& bytes) {
+    record(false, bytes, true);
+    writeToHost(bytes);
+}
+
+void PanelSerial::writeToHost(std::string const& bytes) {
+    ssize_t n = ::write(master_, bytes.data(), bytes.size());
     if (n > 0) {
         bytesToHost_ += uint64_t(n);
     }

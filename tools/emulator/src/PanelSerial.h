@@ -33,6 +33,8 @@ public:
     // Allocates the pty and binds its slave over `devicePath`.
     bool start(std::string const& devicePath);
 
+    // Bytes as they are, no line feed added: a misbehaving board.
+    void sendRaw(std::string const& bytes);
     void setJack(bool in);
     // The jack as found at power-up: reported only when asked.
     void presetJack(bool in) { jackIn_ = in; }
@@ -54,6 +56,7 @@ private:
     void onReadable();
     void handleLine(std::string const& line);
     void send(std::string const& line);
+    void writeToHost(std::string const& bytes);
     void record(bool fromHost, std::string const& text, bool accepted);
 
     EventLoop& loop_;
