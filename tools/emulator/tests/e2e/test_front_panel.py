@@ -11,6 +11,7 @@ import filecmp
 import glob
 import json
 import os
+import re
 import subprocess
 import sys
 import time
@@ -529,6 +530,13 @@ class DebugDisplay(OperatorCase):
             st.wait_row(row, buttons_row(row))
         st.wait_row(12, audio_row(False, False, "Out"))
         st.wait_row(15, colours_row(0))
+        st.wait_row(21, "    Press (Y) to return to tests :")
+        # Unexpected lines are reported on the terminal under the screen; the
+        # display must be whole again on the next frame, not scrolled.
+        received = int(re.search(r"RX\( *(\d+)\)", st.screen()[1]).group(1))
+        st.emu.serial_raw(b"ok\nOKAY\n")
+        st.wait_for(rf"RX\( *{received + 8}\)$", row=1, regex=True)
+        st.wait_row(0, "Front Panel Test App - ARM Version : V1.4.0   FPGA  Version : F0.9.2")
         st.wait_row(21, "    Press (Y) to return to tests :")
 
         st.emu.hold("f3")
