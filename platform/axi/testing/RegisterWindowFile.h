@@ -9,7 +9,6 @@
 #include <stdexcept>
 #include <string>
 
-#include <fcntl.h>
 #include <unistd.h>
 
 #include "platform/axi/CalvFpga.h"
@@ -21,12 +20,11 @@ class RegisterWindowFile {
 public:
     RegisterWindowFile() {
         char const* tmp = std::getenv("TMPDIR");
-        std::string pattern = std::string(tmp != nullptr ? tmp : "/tmp") + "/xdma_user_XXXXXX";
-        fd_ = mkstemp(pattern.data());
+        path_ = std::string(tmp != nullptr ? tmp : "/tmp") + "/xdma_user_XXXXXX";
+        fd_ = mkstemp(path_.data());
         if (fd_ < 0 || ftruncate(fd_, static_cast<off_t>(kCalvFpgaMapSize)) != 0) {
-            throw std::runtime_error("cannot create register window file " + pattern);
+            throw std::runtime_error("cannot create register window file " + path_);
         }
-        path_ = pattern;
     }
     ~RegisterWindowFile() {
         close(fd_);
@@ -35,31 +33,26 @@ public:
     RegisterWindowFile(RegisterWindowFile const&) = delete;
     RegisterWindowFile& operator=(RegisterWindowFile const&) = delete;
 
-    std::string const& path() const { return path_; }
-
-    // Platform paths whose AXI device is this file (the rest stay real).
     PlatformPaths paths() const {
         PlatformPaths p;
         p.axiDevice = path_;
         return p;
     }
-
     std::uint32_t word(std::uint64_t index) const {
         std::uint32_t value = 0;
-        if (pread(fd_, &value, sizeof value, static_cast<off_t>(index * sizeof value)) !=
-            static_cast<ssize_t>(sizeof value)) {
-            throw std::runtime_error("short read from register window file");
-        }
+        check(pread(fd_, &value, sizeof value, static_cast<off_t>(index * sizeof value)));
         return value;
     }
     void setWord(std::uint64_t index, std::uint32_t value) {
-        if (pwrite(fd_, &value, sizeof value, static_cast<off_t>(index * sizeof value)) !=
-            static_cast<ssize_t>(sizeof value)) {
-            throw std::runtime_error("short write to register window file");
-        }
+        check(pwrite(fd_, &value, sizeof value, static_cast<off_t>(index * sizeof value)));
     }
 
 private:
+    static void check(ssize_t transferred) {
+        if (transferred != static_cast<ssize_t>(sizeof(std::uint32_t))) {
+            throw std::runtime_error("short transfer on the register window file");
+        }
+    }
     int fd_ = -1;
     std::string path_;
 };
