@@ -9,7 +9,6 @@
 #include <cstdint>
 #include <deque>
 #include <map>
-#include <ostream>
 #include <utility>
 #include <vector>
 
@@ -28,11 +27,6 @@ struct AxiTransfer {
                value == o.value;
     }
 };
-
-inline void PrintTo(AxiTransfer const& access, std::ostream* os) {
-    *os << (access.isRead ? "read(" : "write(") << access.subsystem << ", 0x" << std::hex
-        << access.offset << ", 0x" << access.value << std::dec << ")";
-}
 
 inline AxiTransfer axiRd(unsigned int subsystem, unsigned int offset, std::uint64_t value) {
     return AxiTransfer{true, subsystem, offset, value};

@@ -17,59 +17,43 @@ using ::testing::ElementsAreArray;
 
 namespace {
 
-constexpr unsigned int kStatus = 0x2A;
-constexpr unsigned int kCommand = 0x2B;
-
-// The FPGA engine over a register RAM whose status register follows a script.
+// The FPGA engine over a register RAM whose status register (0x2A) follows
+// a script.
 struct Engine {
-    explicit Engine(std::vector<unsigned int> status) {
-        axi->script(0, kStatus, std::move(status));
-    }
-    std::size_t count(bool isRead, unsigned int offset) const {
-        return static_cast<std::size_t>(
-            std::count_if(axi->accesses.begin(), axi->accesses.end(),
-                          [&](auto const& a) { return a.isRead == isRead && a.offset == offset; }));
-    }
+    explicit Engine(std::vector<unsigned int> status) { axi->script(0, 0x2A, std::move(status)); }
     std::shared_ptr<AxiRegisterRam> axi = std::make_shared<AxiRegisterRam>();
     AxiI2cSystem i2c{axi};
     ScopedRecordingLogger log;
 };
 
-TEST(AxiI2cSystem, StatusPollingStopsOnItsConditionOrAfter1024MorePolls) {
+TEST(AxiI2cSystem, StatusPollingAndProbe) {
     struct Case {
-        bool multiPhase;
+        int operation; // 0 wait for ready, 1 multi-phase wait, 2 probe
         std::vector<unsigned int> script;
-        std::size_t reads;
+        std::size_t accesses; // status reads, and command writes of a probe
         unsigned int result;
     };
-    for (Case const& c : std::vector<Case>{{false, {0x400, 0xC00, 0x800}, 3, 0x800},
-                                           {false, {0x400}, 1025, 0x400},
-                                           {true, {0x800, 0xC00, 0x400}, 3, 0x400},
-                                           {true, {0x900}, 1, 0x900},
-                                           {true, {0xC00}, 1025, 0xC00},
-                                           {true, {0x000}, 1025, 0}}) {
+    for (Case const& c : std::vector<Case>{{0, {0x400, 0xC00, 0x800}, 3, 0x800},
+                                           {0, {0x400}, 1025, 0x400},
+                                           {1, {0x800, 0xC00, 0x400}, 3, 0x400},
+                                           {1, {0x900}, 1, 0x900},
+                                           {1, {0xC00}, 1025, 0xC00},
+                                           {2, {0x800, 0x900, 0x900, 0x800}, 7, 1},
+                                           {2, {0x800, 0x900}, 23, 0},
+                                           {2, {0}, 23, 0}}) {
         Engine engine(c.script);
-        EXPECT_EQ(c.multiPhase ? engine.i2c.i2cMultiPhaseBusySetAndGetStatusRegister()
-                               : engine.i2c.waitForI2cReadyAndGetStatusRegister(),
-                  c.result);
-        EXPECT_EQ(engine.axi->accesses.size(), c.reads);
-    }
-}
-
-TEST(AxiI2cSystem, ProbeTriesElevenTimesForANonZeroStatusWithoutNak) {
-    struct Case {
-        std::vector<unsigned int> script;
-        bool present;
-        std::size_t commands;
-    };
-    for (Case const& c : std::vector<Case>{{{0x800}, true, 1},
-                                           {{0x800, 0x900, 0x900, 0x800}, true, 3},
-                                           {{0x800, 0x900}, false, 11},
-                                           {{0}, false, 11}}) {
-        Engine engine(c.script);
-        EXPECT_EQ(engine.i2c.i2cProbe(2, 0x1C), c.present);
-        EXPECT_EQ(engine.count(false, kCommand), c.commands);
-        EXPECT_EQ(engine.axi->accesses[1], Calvento::testing::axiWr(0, kCommand, 0x02390000));
+        unsigned int const result =
+            c.operation == 0   ? engine.i2c.waitForI2cReadyAndGetStatusRegister()
+            : c.operation == 1 ? engine.i2c.i2cMultiPhaseBusySetAndGetStatusRegister()
+                               : engine.i2c.i2cProbe(2, 0x1C);
+        EXPECT_EQ(result, c.result);
+        EXPECT_EQ(engine.axi->accesses.size(), c.accesses);
+        for (auto const& access : engine.axi->accesses) {
+            EXPECT_EQ(access.offset, access.isRead ? 0x2Au : 0x2Bu);
+            if (!access.isRead) {
+                EXPECT_EQ(access.value, 0x02390000u); // the probe's command word
+            }
+        }
     }
 }
 
@@ -80,30 +64,27 @@ TEST(AxiI2cSystem, FailedTransfersAreLogged) {
     std::vector<std::string> twoExhausted(11, "Status valid not set, readValue: 2066");
     twoExhausted.push_back("i2cTwoByteRead: Too many i2c retries");
     struct Case {
-        int operation; // 0 write, 1 read, 2 quiet read, 3 two-byte read
+        char operation; // 'w'rite, 'r'ead, 'q'uiet read, 't'wo-byte read
         std::vector<unsigned int> script;
         bool ok;
         std::vector<std::string> log;
     };
     for (Case const& c : std::vector<Case>{
-             {0, {0x800, 0x900}, false, {"i2cWrite Failed. Bus 1 Device 104"}},
-             {0, {0x800, 0x400}, false, {"i2cWrite Failed. Bus 1 Device 104"}},
-             {1, {0x800, 0x900, 0x85A}, true, {nak}},
-             {1, {0x800, 0x05A, 0x85A}, true, {"Status valid not set, readValue: 90"}},
-             {1, {0x800, 0x900}, false, exhausted},
-             {2, {0x800, 0x900}, false, {}},
-             {3, {0x800, 0x812}, false, twoExhausted}}) {
+             {'w', {0x800, 0x900}, false, {"i2cWrite Failed. Bus 1 Device 104"}},
+             {'w', {0x800, 0x400}, false, {"i2cWrite Failed. Bus 1 Device 104"}},
+             {'r', {0x800, 0x900, 0x85A}, true, {nak}},
+             {'r', {0x800, 0x05A, 0x85A}, true, {"Status valid not set, readValue: 90"}},
+             {'r', {0x800, 0x900}, false, exhausted},
+             {'q', {0x800, 0x900}, false, {}},
+             {'t', {0x800, 0x812}, false, twoExhausted}}) {
         Engine engine(c.script);
         bool ok = !c.ok;
-        switch (c.operation) {
-        case 0:
+        if (c.operation == 'w') {
             ok = engine.i2c.i2cWrite(1, 0x68, 0, 0x34);
-            break;
-        case 3:
+        } else if (c.operation == 't') {
             engine.i2c.i2cTwoByteRead(4, 0x70, 0x07, &ok, false);
-            break;
-        default:
-            engine.i2c.i2cRead(4, 0x70, 0x07, &ok, c.operation == 2);
+        } else {
+            engine.i2c.i2cRead(4, 0x70, 0x07, &ok, c.operation == 'q');
         }
         EXPECT_EQ(ok, c.ok);
         EXPECT_THAT(engine.log.lines(), ElementsAreArray(c.log));

@@ -59,32 +59,31 @@ TEST(MiscellaneousRegisterApi, FirmwareVersionWords) {
     }
 }
 
-TEST(MiscellaneousRegisterApi, VolumeIsA22BitFractionThatWraps) {
-    for (auto const& [volume, written] : std::vector<std::pair<int, unsigned int>>{
-             {0, 0}, {50, 2097150}, {100, 4194300}, {101, 41939}, {-1, 4152361}}) {
-        Block b;
-        b.misc.setFrontPanelAudioVolume(volume);
-        EXPECT_THAT(b.axi->accesses, ElementsAre(axiWr(kSub, 0x07, written))) << volume;
-    }
-}
-
-TEST(MiscellaneousRegisterApi, TestToneWritesHighTimeThenPeriod) {
+TEST(MiscellaneousRegisterApi, VolumeAndTestToneWords) {
     struct Case {
+        int volume; // a tone when 0
         unsigned long frequency;
         float highPercent;
-        unsigned int high, period;
+        std::vector<std::pair<unsigned int, unsigned int>> writes; // (register, word)
     };
-    for (Case const& c :
-         std::vector<Case>{{256, 50.0F, 395507, 791014},
-                           {1000, 25.0F, 50624, 202499},
-                           {202500001, 50.0F, 0, 0x0FFFFFFF}, // period 0 - 1, masked to 28 bits
-                           {1000, 150.0F, 303748, 202499},    // longer than the period, as computed
-                           {48000, 33.3F, 1404, 4217}}) {     // single-precision product
+    for (Case const& c : std::vector<Case>{
+             {50, 0, 0, {{0x07, 2097150}}}, // 22-bit gain fraction, 41943 per percent
+             {100, 0, 0, {{0x07, 4194300}}},
+             {101, 0, 0, {{0x07, 41939}}}, // wraps, no clamping
+             {-1, 0, 0, {{0x07, 4152361}}},
+             {0, 256, 50.0F, {{0x08, 395507}, {0x09, 791014}}}, // high time, then period
+             {0, 1000, 25.0F, {{0x08, 50624}, {0x09, 202499}}},
+             {0, 202500001, 50.0F, {{0x08, 0}, {0x09, 0x0FFFFFFF}}}, // 0 - 1 in 28 bits
+             {0, 1000, 150.0F, {{0x08, 303748}, {0x09, 202499}}},    // as computed
+             {0, 48000, 33.3F, {{0x08, 1404}, {0x09, 4217}}}}) {     // single precision
         Block b;
-        b.misc.testPatternGeneratorFrequency(c.frequency, c.highPercent);
-        EXPECT_THAT(b.axi->accesses,
-                    ElementsAre(axiWr(kSub, 0x08, c.high), axiWr(kSub, 0x09, c.period)))
-            << c.frequency << " Hz " << c.highPercent << " %";
+        c.volume != 0 ? b.misc.setFrontPanelAudioVolume(c.volume)
+                      : b.misc.testPatternGeneratorFrequency(c.frequency, c.highPercent);
+        std::vector<Calvento::testing::AxiTransfer> expected;
+        for (auto const& [reg, word] : c.writes) {
+            expected.push_back(axiWr(kSub, reg, word));
+        }
+        EXPECT_EQ(b.axi->accesses, expected) << c.volume << " " << c.frequency;
     }
 }
 
