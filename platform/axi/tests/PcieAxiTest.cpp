@@ -85,13 +85,11 @@ TEST(PcieAxi, WithoutAMappingReadsAllOnesRecordsNothingAndHoldsNoDescriptor) {
             five.push_back(std::make_unique<PcieAxi>(deviceAt(device)));
         }
         std::string const err = testing::internal::GetCapturedStderr();
-        EXPECT_EQ(err.rfind(device[1] == 'n' ? "CALVLIB: Error opening device file "
-                                               "/nonexistent/xdma0_user: No such file or "
-                                               "directoryCALVLIB"
-                                             : "CALVLIB: failed to map memory: ",
-                            0),
-                  0U)
-            << err;
+        std::string const each = device[1] == 'n' // no newline after the first
+                                     ? "CALVLIB: Error opening device file "
+                                       "/nonexistent/xdma0_user: No such file or directory"
+                                     : "CALVLIB: failed to map memory: No such device\n";
+        EXPECT_EQ(err, each + each + each + each + each);
         EXPECT_EQ(openDescriptors(), descriptorsBefore);
         EXPECT_EQ(five[0]->axiRead(0, 0x10), 0xFFFFFFFFU);
         five[0]->axiWrite(0, 0x07, 42);
