@@ -9,5 +9,5 @@ target_link_libraries(fpt_platform_blocks
     PRIVATE fpt_logging)
 
 fpt_add_test(platform_blocks_tests
-    SOURCES ${CMAKE_CURRENT_LIST_DIR}/tests/Si5367SetupTest.cpp
-    LIBS fpt_platform_blocks fpt_platform_bus_testing fpt_logging_testing)
+    SOURCES ${CMAKE_CURRENT_LIST_DIR}/tests/RegisterBlocksTest.cpp
+    LIBS fpt_platform_blocks fpt_platform_misc fpt_platform_bus_testing)
