@@ -151,24 +151,6 @@ TEST(I2cDeviceFactoryVy, TheVyDeviceTableAndTheVyLFourPortController) {
     EXPECT_THAT(log.lines(), ElementsAre("Failed to find four port controller!"));
 }
 
-TEST(I2cController, UnknownDeviceIdsAreRefusedWithoutBusTraffic) {
-    ScopedRecordingLogger log;
-    auto axi = std::make_shared<AxiRegisterRam>();
-    I2cController controller(std::make_shared<PlatformDescriptor const>(Calvento::Vy::DEVICE_VY),
-                             axi, noLinuxAdapters());
-    axi->accesses.clear();
-    I2cDeviceId const unknown = I2cDeviceId::FourPortControllerFpc402;
-    bool ok = true;
-    EXPECT_FALSE(controller.i2cTwoByteWrite(unknown, 0, 0));
-    EXPECT_EQ(controller.i2cRead(unknown, 0, &ok, false), 0u);
-    EXPECT_FALSE(ok);
-    EXPECT_FALSE(controller.i2cProbe(unknown));
-    EXPECT_THAT(log.lines(), ElementsAre("Cannot write to non-existent device (1)",
-                                         "Cannot read from non-existent device (1)",
-                                         "Cannot read from non-existent device (1)"));
-    EXPECT_THAT(axi->accesses, IsEmpty());
-}
-
 constexpr unsigned int kStatus = VyAxiSpiBus::kStatusRegister;
 
 TEST(VyAxiSpiBus, ChipSelectTableSpeedMaskAndBusyLimit) {
@@ -192,16 +174,27 @@ TEST(VyAxiSpiBus, ChipSelectTableSpeedMaskAndBusyLimit) {
     EXPECT_EQ(log.lines().back(), "ERROR: SPI still busy after 1000 tries");
 }
 
-TEST(SpiController, UnknownDeviceIdsAreRefusedWithoutBusTraffic) {
+TEST(Controllers, UnknownDeviceIdsAreRefusedWithoutBusTraffic) {
     ScopedRecordingLogger log;
     auto axi = std::make_shared<AxiRegisterRam>();
+    I2cController i2c(std::make_shared<PlatformDescriptor const>(Calvento::Vy::DEVICE_VY), axi,
+                      noLinuxAdapters());
     SpiController spi(axi);
     axi->accesses.clear();
+    I2cDeviceId const fpc402 = I2cDeviceId::FourPortControllerFpc402; // not on a Vy
+    bool ok = true;
+    EXPECT_FALSE(i2c.i2cTwoByteWrite(fpc402, 0, 0));
+    EXPECT_EQ(i2c.i2cRead(fpc402, 0, &ok, false), 0u);
+    EXPECT_FALSE(ok);
+    EXPECT_FALSE(i2c.i2cProbe(fpc402));
     SpiDeviceId const unknown{42};
     EXPECT_FALSE(spi.spiWriteWord(unknown, 1, SpiWordSizeBits::Bits8));
     EXPECT_EQ(spi.spiReadWord(unknown, SpiWordSizeBits::Bits8), 0u);
     EXPECT_EQ(spi.spiTransceiveWord(unknown, 1, SpiWordSizeBits::Bits8), 0u);
-    EXPECT_THAT(log.lines(), ElementsAre("Cannot write to non-existent device (42)",
+    EXPECT_THAT(log.lines(), ElementsAre("Cannot write to non-existent device (1)",
+                                         "Cannot read from non-existent device (1)",
+                                         "Cannot read from non-existent device (1)",
+                                         "Cannot write to non-existent device (42)",
                                          "Cannot read from non-existent device (42)",
                                          "Cannot transceive to non-existent device (42)"));
     EXPECT_THAT(axi->accesses, IsEmpty());

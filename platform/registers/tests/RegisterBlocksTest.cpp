@@ -90,21 +90,16 @@ TEST(MiscellaneousRegisterApi, VolumeAndTestToneWords) {
 
 TEST(MiscellaneousRegisterApi, GpioPtpAndPpsRegisters) {
     Block b;
-    MiscellaneousRegisterApi::GpioSetup setup;
-    setup.control = 0xDEADBEEF;
-    unsigned int const selects[8] = {1, 2, 3, 63, 0x40 | 5, 0xFFFFFFFF, 0, 0x2A};
-    std::copy(std::begin(selects), std::end(selects), std::begin(setup.select));
+    MiscellaneousRegisterApi::GpioSetup setup{0xDEADBEEF, {1, 2, 3, 63, 0x45, 0xFFFFFFFF, 0, 0x2A}};
     b.misc.write_gpio(setup);
     b.axi->set(kSub, 0x0A, 0xA5A5F00F);
     EXPECT_EQ(b.misc.read_gpio(), 0xA5A5F00FU);
-    b.axi->set(kSub, 0x13, 0x92345678);
-    auto const delay = b.misc.readPtpDelay();
-    EXPECT_EQ(std::vector<unsigned int>({delay.flagHigh, delay.flagLow, delay.delay}),
-              std::vector<unsigned int>({1, 0, 0x12345678}));
-    b.axi->set(kSub, 0x13, 0x7FFFFFFF);
-    auto const other = b.misc.readPtpDelay();
-    EXPECT_EQ(std::vector<unsigned int>({other.flagHigh, other.flagLow, other.delay}),
-              std::vector<unsigned int>({0, 1, 0x3FFFFFFF}));
+    for (unsigned int word : {0x92345678U, 0x7FFFFFFFU}) {
+        b.axi->set(kSub, 0x13, word);
+        auto const delay = b.misc.readPtpDelay();
+        EXPECT_EQ(std::vector<unsigned int>({delay.flagHigh, delay.flagLow, delay.delay}),
+                  std::vector<unsigned int>({word >> 31, (word >> 30) & 1, word & 0x3FFFFFFF}));
+    }
     b.misc.setPpsRelativeSource(MiscellaneousRegisterApi::PPS_RELATIVE_PTP);
     EXPECT_THAT(b.axi->accesses,
                 ElementsAre(axiWr(kSub, 0x0B, 0x00FC3081), axiWr(kSub, 0x0C, 0x00A80FC5),
