@@ -115,9 +115,6 @@ TEST(PcieAxi, HistoryIsClassWideNewestFirstAtMostEight) {
                              "AXI W> Subsystem: 0x3 Register: 0x10003\n"
                              "AXI R> Subsystem: 0x2 Register: 0xfff2\n";
     EXPECT_EQ(PcieAxi::printAccessesToString(), dump);
-    testing::internal::CaptureStderr();
-    PcieAxi::printAccesses();
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), dump);
 }
 
 TEST(PcieAxi, TraceFilterReadWhenBuilt) {
@@ -174,4 +171,22 @@ TEST(PcieAxiDeathTest, UnassignedSubsystemAbortsBeforeAnythingElse) {
             "Attempting AXI access to unassigned subsystem - unable to continue - aborting.*"
             "Last few AXI accesses");
     }
+}
+
+TEST(PcieAxiDeathTest, HistoryDumpInAFreshProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // nothing recorded yet
+    EXPECT_EXIT(
+        {
+            PcieAxi::printAccesses();
+            RegisterWindowFile window;
+            PcieAxi axi(window.paths());
+            axi.axiRead(0, 0x10);
+            axi.axiWrite(9, 0x20, 5);
+            PcieAxi::printAccesses();
+            std::exit(0);
+        },
+        testing::ExitedWithCode(0),
+        "^Last few AXI accesses \\(newest first\\):\nNONE\n"
+        "Last few AXI accesses \\(newest first\\):\n"
+        "AXI W> Subsystem: 0x9 Register: 0x20\nAXI R> Subsystem: 0x0 Register: 0x10\n$");
 }

@@ -1,7 +1,6 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -20,19 +19,8 @@ namespace {
 // driver's FPGA build record.
 class GpioTree {
 public:
-    GpioTree() {
-        char const* tmp = std::getenv("TMPDIR");
-        dir_ = std::string(tmp != nullptr ? tmp : "/tmp") + "/gpio_tree_XXXXXX";
-        if (mkdtemp(dir_.data()) == nullptr) {
-            throw std::runtime_error("cannot create " + dir_);
-        }
-    }
-    ~GpioTree() {
-        std::error_code ignored;
-        std::filesystem::remove_all(dir_, ignored);
-    }
-    GpioTree(GpioTree const&) = delete;
-    GpioTree& operator=(GpioTree const&) = delete;
+    GpioTree() { static_cast<void>(mkdtemp(dir_.data())); }
+    ~GpioTree() { std::filesystem::remove_all(dir_); }
 
     Calvento::PlatformPaths paths() const {
         Calvento::PlatformPaths p;
@@ -62,7 +50,7 @@ public:
     }
 
 private:
-    std::string dir_;
+    std::string dir_ = std::filesystem::temp_directory_path() / "gpio_tree_XXXXXX";
 };
 
 } // namespace
