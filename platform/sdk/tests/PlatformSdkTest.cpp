@@ -1,5 +1,12 @@
+// The registry and the register blocks this program drives: which blocks
+// each FPGA image has, the lookup tables, the miscellaneous block's words and
+// the Si5367 set-up.
+
+#include <chrono>
 #include <map>
 #include <memory>
+#include <string>
+#include <tuple>
 #include <vector>
 
 #include <gmock/gmock.h>
@@ -7,20 +14,50 @@
 
 #include "logging/testing/RecordingSink.h"
 #include "platform/axi/testing/AxiRegisterRam.h"
-#include "platform/bus/testing/RecordingI2c.h"
+#include "platform/bus/I2cInterface.h"
 #include "platform/descriptor/PlatformDescriptor.h"
 #include "platform/registers/AesSrcTestRegisterApi.h"
+#include "platform/registers/Clock1001SynthesizerSi5367cRegisterApi.h"
 #include "platform/registers/MiscellaneousRegisterApi.h"
 #include "platform/sdk/PlatformSdkFactory.h"
 #include "platform/sdk/PlatformSdkVy.h"
 
 using Calvento::testing::axiRd;
 using Calvento::testing::AxiRegisterRam;
-using Calvento::testing::RecordingI2c;
+using Calvento::testing::axiWr;
 using Calvento::testing::ScopedRecordingLogger;
 using ::testing::ElementsAre;
 
 namespace {
+
+// Records every single-byte write as (device, register, value) and counts
+// every other operation. Writes succeed unless writeResult is false.
+class RecordingI2c : public I2cInterface {
+public:
+    using Write = std::tuple<unsigned int, unsigned int, unsigned int>;
+
+    bool i2cWrite(I2cDeviceId device, unsigned int reg, unsigned int value) override {
+        writes.emplace_back(toNumber(device), reg, value);
+        return writeResult;
+    }
+    bool i2cProbe(I2cDeviceId) override { return other(); }
+    unsigned int i2cRead(I2cDeviceId, unsigned int, bool*, bool) override { return other(); }
+    bool i2cTwoByteWrite(I2cDeviceId, unsigned int, unsigned int) override { return other(); }
+    bool i2cMultiByteWrite(I2cDeviceId, unsigned int, unsigned char const*, unsigned int) override {
+        return other();
+    }
+    unsigned int i2cTwoByteRead(I2cDeviceId, unsigned int, bool*, bool) override { return other(); }
+
+    std::vector<Write> writes;
+    int otherOperations = 0;
+    bool writeResult = true;
+
+private:
+    bool other() {
+        ++otherOperations;
+        return false;
+    }
+};
 
 SubsystemType type(int value) {
     return static_cast<SubsystemType>(value);
@@ -123,6 +160,120 @@ TEST(PlatformSdk, SubsystemLookupTables) {
         EXPECT_EQ(vy.sdk->lookupAxiSubSystemIndex(type(kind)), at(production, kind));
         EXPECT_EQ(km.sdk->lookupAxiSubSystemIndex(type(kind)), at(km40, kind)) << kind;
     }
+}
+
+// The block sits at sub-system 0 in every image; another number here shows
+// a block that ignores its own sub-system.
+constexpr unsigned int kSub = 5;
+
+struct Block {
+    std::shared_ptr<AxiRegisterRam> axi = std::make_shared<AxiRegisterRam>();
+    MiscellaneousRegisterApi misc{kSub, axi};
+};
+
+TEST(MiscellaneousRegisterApi, FirmwareVersionWords) {
+    struct Case {
+        unsigned int versionWord, flag, design, version, designCode;
+        std::string name;
+    };
+    // clang-format off
+    for (Case const& c : std::vector<Case>{
+             {0x800B3412, 1, 11, 0x1234, 11, "25G_Self_Test"}, {0x00020000, 0, 2, 0, 2, "Self_test"},
+             {0x00010100, 0, 1, 0x0001, 1, "SDI_main"}, {0x00050001, 0, 5, 0x0100, 5, "IP_2022_6"},
+             {0x00080000, 0, 8, 0, 8, "IP_2110"}, {0x00090000, 0, 9, 0, 9, "Korusys_ptp_only"},
+             {0x000D0000, 0, 13, 0, 13, "25G_Master"}, {0x000E0000, 0, 14, 0, 14, "40KM_Master"},
+             {0x00000000, 0, 0, 0, 0, "*unknown*"}, {0x00030000, 0, 3, 0, 0, "*unknown*"},
+             {0x000F0000, 0, 15, 0, 0, "*unknown*"}, {0x7FFFFFFF, 0, 0x7FFF, 0xFFFF, 0, "*unknown*"}}) {
+        // clang-format on
+        Block b;
+        b.axi->set(kSub, 0x10, c.versionWord);
+        b.axi->set(kSub, 0x11, 0x00070203);
+        auto const fw = b.misc.getFirmwareVersion();
+        EXPECT_EQ(
+            std::vector<unsigned int>({fw.flag, fw.design, fw.version, fw.buildHigh, fw.buildLow,
+                                       fw.getFirmwareDesign()}),
+            std::vector<unsigned int>({c.flag, c.design, c.version, 0x0007, 0x0203, c.designCode}))
+            << std::hex << c.versionWord;
+        EXPECT_EQ(fw.getFirmwareDesignString(), c.name);
+        EXPECT_THAT(b.axi->accesses,
+                    ElementsAre(axiRd(kSub, 0x10, c.versionWord), axiRd(kSub, 0x11, 0x00070203)));
+    }
+}
+
+TEST(MiscellaneousRegisterApi, VolumeAndTestToneWords) {
+    struct Case {
+        int volume; // a tone when 0
+        unsigned long frequency;
+        float highPercent;
+        std::vector<std::pair<unsigned int, unsigned int>> writes; // (register, word)
+    };
+    for (Case const& c : std::vector<Case>{
+             {50, 0, 0, {{0x07, 2097150}}}, // 22-bit gain fraction, 41943 per percent
+             {100, 0, 0, {{0x07, 4194300}}},
+             {101, 0, 0, {{0x07, 41939}}}, // wraps, no clamping
+             {-1, 0, 0, {{0x07, 4152361}}},
+             {0, 256, 50.0F, {{0x08, 395507}, {0x09, 791014}}}, // high time, then period
+             {0, 1000, 25.0F, {{0x08, 50624}, {0x09, 202499}}},
+             {0, 202500001, 50.0F, {{0x08, 0}, {0x09, 0x0FFFFFFF}}}, // 0 - 1 in 28 bits
+             {0, 1000, 150.0F, {{0x08, 303748}, {0x09, 202499}}},    // as computed
+             {0, 48000, 33.3F, {{0x08, 1404}, {0x09, 4217}}}}) {     // single precision
+        Block b;
+        c.volume != 0 ? b.misc.setFrontPanelAudioVolume(c.volume)
+                      : b.misc.testPatternGeneratorFrequency(c.frequency, c.highPercent);
+        std::vector<Calvento::testing::AxiTransfer> expected;
+        for (auto const& [reg, word] : c.writes) {
+            expected.push_back(axiWr(kSub, reg, word));
+        }
+        EXPECT_EQ(b.axi->accesses, expected) << c.volume << " " << c.frequency;
+    }
+}
+
+TEST(MiscellaneousRegisterApi, GpioPtpAndPpsRegisters) {
+    Block b;
+    MiscellaneousRegisterApi::GpioSetup setup{0xDEADBEEF, {1, 2, 3, 63, 0x45, 0xFFFFFFFF, 0, 0x2A}};
+    b.misc.write_gpio(setup);
+    b.axi->set(kSub, 0x0A, 0xA5A5F00F);
+    EXPECT_EQ(b.misc.read_gpio(), 0xA5A5F00FU);
+    for (unsigned int word : {0x92345678U, 0x7FFFFFFFU}) {
+        b.axi->set(kSub, 0x13, word);
+        auto const delay = b.misc.readPtpDelay();
+        EXPECT_EQ(std::vector<unsigned int>({delay.flagHigh, delay.flagLow, delay.delay}),
+                  std::vector<unsigned int>({word >> 31, (word >> 30) & 1, word & 0x3FFFFFFF}));
+    }
+    b.misc.setPpsRelativeSource(MiscellaneousRegisterApi::PPS_RELATIVE_PTP);
+    EXPECT_THAT(b.axi->accesses,
+                ElementsAre(axiWr(kSub, 0x0B, 0x00FC3081), axiWr(kSub, 0x0C, 0x00A80FC5),
+                            axiWr(kSub, 0x0D, 0xDEADBEEF), axiRd(kSub, 0x0A, 0xA5A5F00F),
+                            axiRd(kSub, 0x13, 0x92345678), axiRd(kSub, 0x13, 0x7FFFFFFF),
+                            axiWr(kSub, 0x12, MiscellaneousRegisterApi::PPS_RELATIVE_PTP)));
+}
+
+// The Si5367 set-up of the board's clock plan, as (register, value), on I2C
+// device 21; ICAL (136) last.
+TEST(Clock1001SynthesizerSi5367c, WritesTheConfigurationInOrderAfterTenMilliseconds) {
+    std::vector<std::pair<unsigned int, unsigned int>> const sequence = {
+        {0, 0x34},   {1, 0xE4},   {2, 0x72},   {3, 0x15},   {4, 0x12},   {5, 0xED},   {6, 0x3F},
+        {7, 0x2A},   {8, 0x00},   {9, 0xC0},   {10, 0x00},  {11, 0x42},  {19, 0x29},  {20, 0x37},
+        {21, 0xFF},  {22, 0xDD},  {23, 0x1F},  {24, 0x3F},  {25, 0x40},  {31, 0x00},  {32, 0x00},
+        {33, 0x05},  {34, 0x00},  {35, 0x00},  {36, 0x05},  {40, 0xA0},  {41, 0x0F},  {42, 0x9F},
+        {43, 0x00},  {44, 0x03},  {45, 0xE8},  {46, 0x00},  {47, 0x03},  {48, 0xE8},  {55, 0x00},
+        {131, 0x1F}, {132, 0x02}, {137, 0x00}, {138, 0x0D}, {139, 0xDD}, {142, 0x00}, {143, 0x00},
+        {136, 0x40}};
+    std::vector<RecordingI2c::Write> expected;
+    for (int run = 0; run < 2; ++run) {
+        for (auto const& [reg, value] : sequence) {
+            expected.emplace_back(21, reg, value);
+        }
+    }
+    auto i2c = std::make_shared<RecordingI2c>();
+    i2c->writeResult = false; // a failed write does not stop the sequence
+    Clock1001SynthesizerSi5367cRegisterApi clock(i2c);
+    auto const start = std::chrono::steady_clock::now();
+    clock.setupClockSynthesizer();
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(10));
+    clock.setupClockSynthesizer();
+    EXPECT_EQ(i2c->writes, expected);
+    EXPECT_EQ(i2c->otherOperations, 0);
 }
 
 } // namespace
