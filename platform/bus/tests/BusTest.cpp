@@ -3,7 +3,9 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <iostream>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -262,6 +264,31 @@ TEST(LinuxI2cSystem, FailuresCallTheErrorCallbackAndAMissingNodeSendsNothing) {
     LinuxI2cSystem none("/nonexistent/i2c-");
     EXPECT_FALSE(none.i2cWrite(4, 0x10, 1, 2));
     EXPECT_EQ(none.i2cReadBytes(0x10, 0, &byte, 1), -19);
+}
+
+TEST(I2cProcessStateDeathTest, FactoryMustBeInitialisedAndEngineTimingIsWrittenOnce) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // a process nothing has touched yet
+    EXPECT_EXIT(
+        {
+            try {
+                I2cDeviceFactoryVy::getInstance();
+            } catch (std::logic_error const& error) {
+                std::cerr << error.what() << "\n";
+            }
+            auto first = std::make_shared<AxiRegisterRam>();
+            auto second = std::make_shared<AxiRegisterRam>();
+            AxiI2cSystem(first).i2cInit();
+            AxiI2cSystem(second).i2cInit(); // another engine object finds it done
+            std::exit(first->accesses == std::vector{axiWr(0, 0x2D, 0x032A03B8),
+                                                     axiWr(0, 0x2E, 0x01FB03F6),
+                                                     axiWr(0, 0x2F, 0x03B8032A),
+                                                     axiWr(0, 0x2C, 1)} &&
+                              second->accesses.empty()
+                          ? 0
+                          : 1);
+        },
+        testing::ExitedWithCode(0),
+        "^You must call initialise before calling getInstance\\(\\)\n$");
 }
 
 } // namespace
