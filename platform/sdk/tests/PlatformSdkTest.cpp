@@ -205,26 +205,22 @@ TEST(MiscellaneousRegisterApi, VolumeAndTestToneWords) {
         int volume; // a tone when 0
         unsigned long frequency;
         float highPercent;
-        std::vector<std::pair<unsigned int, unsigned int>> writes; // (register, word)
+        std::vector<Calvento::testing::AxiTransfer> writes;
     };
     for (Case const& c : std::vector<Case>{
-             {50, 0, 0, {{0x07, 2097150}}}, // 22-bit gain fraction, 41943 per percent
-             {100, 0, 0, {{0x07, 4194300}}},
-             {101, 0, 0, {{0x07, 41939}}}, // wraps, no clamping
-             {-1, 0, 0, {{0x07, 4152361}}},
-             {0, 256, 50.0F, {{0x08, 395507}, {0x09, 791014}}}, // high time, then period
-             {0, 1000, 25.0F, {{0x08, 50624}, {0x09, 202499}}},
-             {0, 202500001, 50.0F, {{0x08, 0}, {0x09, 0x0FFFFFFF}}}, // 0 - 1 in 28 bits
-             {0, 1000, 150.0F, {{0x08, 303748}, {0x09, 202499}}},    // as computed
-             {0, 48000, 33.3F, {{0x08, 1404}, {0x09, 4217}}}}) {     // single precision
+             {50, 0, 0, {axiWr(kSub, 0x07, 2097150)}}, // 22-bit gain fraction, 41943 a percent
+             {100, 0, 0, {axiWr(kSub, 0x07, 4194300)}},
+             {101, 0, 0, {axiWr(kSub, 0x07, 41939)}}, // wraps, no clamping
+             {-1, 0, 0, {axiWr(kSub, 0x07, 4152361)}},
+             {0, 256, 50.0F, {axiWr(kSub, 0x08, 395507), axiWr(kSub, 0x09, 791014)}},
+             {0, 1000, 25.0F, {axiWr(kSub, 0x08, 50624), axiWr(kSub, 0x09, 202499)}},
+             {0, 202500001, 50.0F, {axiWr(kSub, 0x08, 0), axiWr(kSub, 0x09, 0x0FFFFFFF)}},
+             {0, 1000, 150.0F, {axiWr(kSub, 0x08, 303748), axiWr(kSub, 0x09, 202499)}},
+             {0, 48000, 33.3F, {axiWr(kSub, 0x08, 1404), axiWr(kSub, 0x09, 4217)}}}) {
         Block b;
         c.volume != 0 ? b.misc.setFrontPanelAudioVolume(c.volume)
                       : b.misc.testPatternGeneratorFrequency(c.frequency, c.highPercent);
-        std::vector<Calvento::testing::AxiTransfer> expected;
-        for (auto const& [reg, word] : c.writes) {
-            expected.push_back(axiWr(kSub, reg, word));
-        }
-        EXPECT_EQ(b.axi->accesses, expected) << c.volume << " " << c.frequency;
+        EXPECT_EQ(b.axi->accesses, c.writes) << c.volume << " " << c.frequency;
     }
 }
 
