@@ -29,6 +29,8 @@ int calv_open_fpga(unsigned int** base, char const* devicePath) {
     *base = static_cast<unsigned int*>(mapping);
     if (mapping == MAP_FAILED) {
         perror("CALVLIB: failed to map memory");
+        // The caller only learns -1, so nobody else could ever close it.
+        close(fd);
         return -1;
     }
     return fd;

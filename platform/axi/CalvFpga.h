@@ -16,7 +16,7 @@ inline constexpr unsigned long kCalvFpgaMapSize = 0x800000UL;
 // opened, writes "CALVLIB: Error opening device file <path>: <reason>" to
 // standard error and returns open's negative result (base untouched). When
 // the mapping fails, reports "CALVLIB: failed to map memory" through perror,
-// stores MAP_FAILED through base and returns -1 (the descriptor stays open).
+// stores MAP_FAILED through base, closes the descriptor and returns -1.
 int calv_open_fpga(unsigned int** base);
 
 // The same for a device node (or a file standing in for one) at devicePath.

@@ -88,6 +88,21 @@ void PcieAxi::printAxiTraceMessage(QString message) {
     }
 }
 
+bool PcieAxi::wordInsideWindow(unsigned int subsystem, unsigned int offset, long& wordIndex) {
+    // Computed in 64 bits: in 32 bits sub-system 0x10000 would wrap onto
+    // sub-system 0 and land on a real register.
+    std::uint64_t const index =
+        (static_cast<std::uint64_t>(subsystem) << 16) | (offset & kOffsetMask);
+    if (index >= kWindowWords) {
+        Calvento::vyLogError(
+            "AXI access to subsystem {} offset 0x{:x} is outside the register window - refused",
+            subsystem, offset);
+        return false;
+    }
+    wordIndex = static_cast<long>(index);
+    return true;
+}
+
 void PcieAxi::recordAccess(unsigned int subsystem, unsigned int offset, bool isRead) {
     accessHistory[accessHistoryPos % kAccessHistorySize] = AccessRecord{subsystem, offset, isRead};
     ++accessHistoryPos;
@@ -96,7 +111,9 @@ void PcieAxi::recordAccess(unsigned int subsystem, unsigned int offset, bool isR
 
 unsigned int PcieAxi::axiRead(unsigned int subsystem, unsigned int offset) {
     abortOnBadAxiSubSystem(subsystem);
-    if (base == nullptr) {
+    long wordIndex = 0;
+    if (base == nullptr || !wordInsideWindow(subsystem, offset, wordIndex)) {
+        // What the bus gives for a word that nothing answers.
         return 0xFFFFFFFFU;
     }
     if (shouldPrintAxiTrace(subsystem, offset)) {
@@ -107,13 +124,14 @@ unsigned int PcieAxi::axiRead(unsigned int subsystem, unsigned int offset) {
     }
     recordAccess(subsystem, offset, true);
     unsigned int value = 0;
-    calv_read_fpga_reg(base, static_cast<long>((offset & 0xFFFFU) | (subsystem << 16)), &value);
+    calv_read_fpga_reg(base, wordIndex, &value);
     return value;
 }
 
 void PcieAxi::axiWrite(unsigned int subsystem, unsigned int offset, unsigned long value) {
     abortOnBadAxiSubSystem(subsystem);
-    if (base == nullptr) {
+    long wordIndex = 0;
+    if (base == nullptr || !wordInsideWindow(subsystem, offset, wordIndex)) {
         return;
     }
     if (shouldPrintAxiTrace(subsystem, offset)) {
@@ -126,8 +144,7 @@ void PcieAxi::axiWrite(unsigned int subsystem, unsigned int offset, unsigned lon
     recordAccess(subsystem, offset, false);
     // Registers are 32 bits wide; on a 64-bit host the upper half of an
     // unsigned long has nowhere to go.
-    calv_write_fpga_reg(base, static_cast<long>((offset & 0xFFFFU) | (subsystem << 16)),
-                        static_cast<unsigned int>(value));
+    calv_write_fpga_reg(base, wordIndex, static_cast<unsigned int>(value));
 }
 
 std::string PcieAxi::printAccessesToString() {

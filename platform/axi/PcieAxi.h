@@ -3,7 +3,8 @@
 // The FPGA's AXI user register space over PCIe, through the XDMA driver's
 // memory-mappable user device. Word index = (subsystem << 16) | (offset &
 // 0xFFFF), so only the low 16 bits of an offset count and sub-systems 0..31
-// fit the 8 MiB window.
+// fit the 8 MiB window. An access beyond the window is refused with a log
+// line (reads give 0xFFFFFFFF) rather than reaching memory past the mapping.
 //
 // Every access is remembered in a small class-wide ring for post-mortem
 // dumps, and can be traced to "VYLOG" under control of the environment
@@ -20,6 +21,7 @@
 #include <QString>
 
 #include "platform/axi/AxiInterface.h"
+#include "platform/axi/CalvFpga.h"
 #include "platform/axi/PlatformPaths.h"
 
 class PcieAxi : public AxiInterface {
@@ -74,6 +76,13 @@ public:
     bool isTraceSync() const { return traceSync; }
 
 private:
+    static constexpr unsigned int kOffsetMask = 0xFFFFU;
+    static constexpr std::uint64_t kWindowWords =
+        Calvento::kCalvFpgaMapSize / sizeof(std::uint32_t);
+
+    // The word index of (subsystem, offset) when it lies inside the mapped
+    // window; otherwise logs the refusal and returns false.
+    static bool wordInsideWindow(unsigned int subsystem, unsigned int offset, long& wordIndex);
     void recordAccess(unsigned int subsystem, unsigned int offset, bool isRead);
 
     std::int32_t reservedHandle = -1; // reserved for a second handle; always -1

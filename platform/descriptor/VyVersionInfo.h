@@ -1,8 +1,8 @@
 #pragma once
 
 // The process's VersionInfo, built on first use over the instrument's
-// VyPlatformAbstraction and kept until exit. One object per set of kernel
-// interfaces: the program only uses the real ones, so there is exactly one.
+// VyPlatformAbstraction and kept until exit. The kernel interfaces named by
+// the first caller are the ones read; later callers share the same table.
 
 #include "platform/axi/PlatformPaths.h"
 #include "version/VersionInfo.h"

@@ -7,7 +7,3 @@ add_library(fpt_platform_blocks
 target_link_libraries(fpt_platform_blocks
     PUBLIC fpt_platform_bus fpt_platform_axi
     PRIVATE fpt_logging)
-
-fpt_add_test(platform_blocks_tests
-    SOURCES ${CMAKE_CURRENT_LIST_DIR}/tests/Si5367SetupTest.cpp
-    LIBS fpt_platform_blocks fpt_platform_bus_testing fpt_logging_testing)

@@ -2,7 +2,3 @@
 # volume, test tone, GPIO, PPS and PTP registers).
 add_library(fpt_platform_misc ${CMAKE_CURRENT_LIST_DIR}/MiscellaneousRegisterApi.cpp)
 target_link_libraries(fpt_platform_misc PUBLIC fpt_platform_axi)
-
-fpt_add_test(platform_misc_tests
-    SOURCES ${CMAKE_CURRENT_LIST_DIR}/tests/MiscellaneousRegisterApiTest.cpp
-    LIBS fpt_platform_misc fpt_platform_axi_testing)

@@ -2,11 +2,13 @@
 
 // An AxiInterface over plain memory for tests, in the manner of a regmap RAM
 // backend: every access is recorded in order, writes land in the register
-// map, and reads return what the map holds (0 for a register never set).
+// map and reads return what it holds (0 for a register never set). A
+// register can instead be given a script: each read takes the next value
+// and the last one then repeats (a status register that is busy, then ready).
 
 #include <cstdint>
+#include <deque>
 #include <map>
-#include <ostream>
 #include <utility>
 #include <vector>
 
@@ -20,17 +22,11 @@ struct AxiTransfer {
     unsigned int offset;
     std::uint64_t value; // value written, or value returned by the read
 
-    bool operator==(AxiTransfer const& other) const {
-        return isRead == other.isRead && subsystem == other.subsystem && offset == other.offset &&
-               value == other.value;
+    bool operator==(AxiTransfer const& o) const {
+        return isRead == o.isRead && subsystem == o.subsystem && offset == o.offset &&
+               value == o.value;
     }
 };
-
-// Readable failure messages in GoogleTest/GoogleMock.
-inline void PrintTo(AxiTransfer const& access, std::ostream* os) {
-    *os << (access.isRead ? "read(" : "write(") << access.subsystem << ", 0x" << std::hex
-        << access.offset << ", 0x" << access.value << std::dec << ")";
-}
 
 inline AxiTransfer axiRd(unsigned int subsystem, unsigned int offset, std::uint64_t value) {
     return AxiTransfer{true, subsystem, offset, value};
@@ -46,8 +42,14 @@ public:
         registers[{subsystem, offset}] = static_cast<unsigned int>(value);
     }
     unsigned int axiRead(unsigned int subsystem, unsigned int offset) override {
-        auto const found = registers.find({subsystem, offset});
-        unsigned int const value = found == registers.end() ? 0U : found->second;
+        unsigned int value = registers[{subsystem, offset}];
+        auto& script = scripts[{subsystem, offset}];
+        if (!script.empty()) {
+            value = script.front();
+            if (script.size() > 1) {
+                script.pop_front();
+            }
+        }
         accesses.push_back(axiRd(subsystem, offset, value));
         return value;
     }
@@ -56,9 +58,15 @@ public:
     void set(unsigned int subsystem, unsigned int offset, unsigned int value) {
         registers[{subsystem, offset}] = value;
     }
+    void script(unsigned int subsystem, unsigned int offset, std::vector<unsigned int> values) {
+        scripts[{subsystem, offset}].assign(values.begin(), values.end());
+    }
 
     std::vector<AxiTransfer> accesses;
+
+private:
     std::map<std::pair<unsigned int, unsigned int>, unsigned int> registers;
+    std::map<std::pair<unsigned int, unsigned int>, std::deque<unsigned int>> scripts;
 };
 
 } // namespace Calvento::testing

@@ -1,15 +1,13 @@
 #pragma once
 
-// A temporary 8 MiB file standing in for the XDMA user device: PcieAxi maps
-// it exactly as it maps the device, and the test reads and writes its words
-// through ordinary file I/O to check what landed where.
+// An 8 MiB memory file standing in for the XDMA user device: PcieAxi maps it
+// through its /proc/self/fd path exactly as it maps the device, and the test
+// reads and writes its words through ordinary file I/O.
 
 #include <cstdint>
-#include <cstdlib>
-#include <stdexcept>
 #include <string>
 
-#include <fcntl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include "platform/axi/CalvFpga.h"
@@ -19,49 +17,27 @@ namespace Calvento::testing {
 
 class RegisterWindowFile {
 public:
-    RegisterWindowFile() {
-        char const* tmp = std::getenv("TMPDIR");
-        std::string pattern = std::string(tmp != nullptr ? tmp : "/tmp") + "/xdma_user_XXXXXX";
-        fd_ = mkstemp(pattern.data());
-        if (fd_ < 0 || ftruncate(fd_, static_cast<off_t>(kCalvFpgaMapSize)) != 0) {
-            throw std::runtime_error("cannot create register window file " + pattern);
-        }
-        path_ = pattern;
-    }
-    ~RegisterWindowFile() {
-        close(fd_);
-        unlink(path_.c_str());
-    }
+    RegisterWindowFile() { static_cast<void>(ftruncate(fd_, kCalvFpgaMapSize)); }
+    ~RegisterWindowFile() { close(fd_); }
     RegisterWindowFile(RegisterWindowFile const&) = delete;
     RegisterWindowFile& operator=(RegisterWindowFile const&) = delete;
 
-    std::string const& path() const { return path_; }
-
-    // Platform paths whose AXI device is this file (the rest stay real).
     PlatformPaths paths() const {
         PlatformPaths p;
-        p.axiDevice = path_;
+        p.axiDevice = "/proc/self/fd/" + std::to_string(fd_);
         return p;
     }
-
     std::uint32_t word(std::uint64_t index) const {
         std::uint32_t value = 0;
-        if (pread(fd_, &value, sizeof value, static_cast<off_t>(index * sizeof value)) !=
-            static_cast<ssize_t>(sizeof value)) {
-            throw std::runtime_error("short read from register window file");
-        }
+        static_cast<void>(pread(fd_, &value, sizeof value, static_cast<off_t>(index * 4)));
         return value;
     }
     void setWord(std::uint64_t index, std::uint32_t value) {
-        if (pwrite(fd_, &value, sizeof value, static_cast<off_t>(index * sizeof value)) !=
-            static_cast<ssize_t>(sizeof value)) {
-            throw std::runtime_error("short write to register window file");
-        }
+        static_cast<void>(pwrite(fd_, &value, sizeof value, static_cast<off_t>(index * 4)));
     }
 
 private:
-    int fd_ = -1;
-    std::string path_;
+    int fd_ = memfd_create("xdma0_user", 0);
 };
 
 } // namespace Calvento::testing

@@ -1,48 +1,96 @@
-#include <deque>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
-#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include "platform/descriptor/PlatformDescriptor.h"
+#include "platform/descriptor/BoardId.h"
 #include "platform/descriptor/PlatformDescriptorFactory.h"
-#include "platform/descriptor/testing/GpioTree.h"
+#include "platform/descriptor/VyPlatformAbstraction.h"
 
-using Calvento::testing::GpioTree;
-using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
+using Calvento::read_board_id;
 
 namespace {
 
-std::vector<int> boardIds(PlatformDescriptor const& descriptor) {
-    std::vector<int> ids;
-    for (unsigned int i = 0; i < descriptor.getNumBoards(); ++i) {
-        ids.push_back(descriptor.getBoardIdByIdx(i));
+// A temporary sysfs-like GPIO tree, "<dir>/gpio<n>/value" holding "0\n" or
+// "1\n" as the kernel lays it out, beside "<dir>/calv_pcie" for the PCIe
+// driver's FPGA build record.
+class GpioTree {
+public:
+    GpioTree() { static_cast<void>(mkdtemp(dir_.data())); }
+    ~GpioTree() { std::filesystem::remove_all(dir_); }
+
+    Calvento::PlatformPaths paths() const {
+        Calvento::PlatformPaths p;
+        p.gpioRoot = dir_ + "/gpio";
+        p.pcieProcFile = dir_ + "/calv_pcie";
+        return p;
     }
-    return ids;
-}
+    void setLine(unsigned int line, char const* text) {
+        std::filesystem::create_directories(paths().gpioRoot + std::to_string(line));
+        std::ofstream(valuePath(line)) << text;
+    }
+    void removeLine(unsigned int line) { std::filesystem::remove(valuePath(line)); }
+    // Writes value over the group's lines, most significant bit first.
+    void setGroup(int group, unsigned int value) {
+        static std::vector<unsigned int> const lines[4] = {{127, 126, 125, 124, 123, 122, 121},
+                                                           {508, 507, 506, 505, 504},
+                                                           {502, 501, 500, 499, 498, 497, 496},
+                                                           {113, 116, 115, 114}};
+        auto const& group_lines = lines[group];
+        for (std::size_t i = 0; i < group_lines.size(); ++i) {
+            setLine(group_lines[i], (value >> (group_lines.size() - 1 - i)) & 1U ? "1\n" : "0\n");
+        }
+    }
+    void setFpgaBuild(char const* text) const { std::ofstream(paths().pcieProcFile) << text; }
+    std::string valuePath(unsigned int line) const {
+        return paths().gpioRoot + std::to_string(line) + "/value";
+    }
+
+private:
+    std::string dir_ = std::filesystem::temp_directory_path() / "gpio_tree_XXXXXX";
+};
 
 } // namespace
+
+TEST(ReadBoardId, GroupsReadMostSignificantLineFirstOnceEach) {
+    for (auto const& [group, value] : std::vector<std::pair<int, unsigned int>>{
+             {0, 0x55}, {0, 64}, {1, 0x12}, {2, 0x2A}, {3, 0x9}, {3, 0x6}}) {
+        GpioTree tree; // a tree of its own: nothing read yet
+        tree.setGroup(group, value);
+        EXPECT_EQ(read_board_id(group, tree.paths().gpioRoot), static_cast<int>(value)) << group;
+    }
+    GpioTree tree;
+    std::string const root = tree.paths().gpioRoot;
+    tree.setLine(113, "1\n"); // the power share group's top bit
+    for (unsigned int line : {116, 115, 114}) {
+        tree.setLine(line, "0\n");
+    }
+    tree.setGroup(2, 5);
+    tree.removeLine(499);
+    testing::internal::CaptureStderr();
+    EXPECT_EQ(read_board_id(2, root), -1);
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              tree.valuePath(499) + ": No such file or directory\n");
+    tree.setLine(499, "17"); // any non-zero number is a high line
+    EXPECT_EQ(read_board_id(2, root), 5 | 8);
+    EXPECT_EQ(read_board_id(3, root), 8);
+    tree.setGroup(2, 3);
+    EXPECT_EQ(read_board_id(2, root), 5 | 8); // read once, then kept
+    EXPECT_EQ(read_board_id(4, root), -1);
+}
 
 TEST(PlatformDescriptorFactory, BoardsFromTheStraps) {
     constexpr int kMissing = -1;
     struct Case {
         int baseboard, mezzanine, frontPanel, powerShare;
-        Calvento::Vy::Device device;
         std::vector<int> boards;
     };
-    std::vector<Case> const cases = {
-        {63, 0, 4, 0, Calvento::Vy::DEVICE_VY, {1, 3, 4, 6}},
-        {64, kMissing, 5, kMissing, Calvento::Vy::DEVICE_VYL_VYP, {2, 5}},
-        {0, 31, 0, 15, Calvento::Vy::DEVICE_VY, {1, 3, 4, 6}},
-        {127, 3, kMissing, 9, Calvento::Vy::DEVICE_VYL_VYP, {2, 3, 6}},
-        {kMissing, kMissing, 5, kMissing, Calvento::Vy::DEVICE_VY, {5}},
-        {kMissing, kMissing, kMissing, kMissing, Calvento::Vy::DEVICE_VY, {}},
-    };
-    for (Case const& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.baseboard << "/" << c.mezzanine << "/" << c.frontPanel
-                                        << "/" << c.powerShare);
+    for (Case const& c : std::vector<Case>{{63, 0, 4, 0, {1, 3, 4, 6}},
+                                           {64, kMissing, 5, kMissing, {2, 5}},
+                                           {kMissing, 31, kMissing, 15, {3, 6}}}) {
         GpioTree tree;
         int const values[4] = {c.baseboard, c.mezzanine, c.frontPanel, c.powerShare};
         for (int group = 0; group < 4; ++group) {
@@ -53,139 +101,57 @@ TEST(PlatformDescriptorFactory, BoardsFromTheStraps) {
         testing::internal::CaptureStderr();
         auto const descriptor = PlatformDescriptorFactory::createPlatformDescriptor(tree.paths());
         testing::internal::GetCapturedStderr();
-        ASSERT_NE(descriptor, nullptr);
-        EXPECT_EQ(descriptor->getDevice(), c.device);
-        EXPECT_THAT(boardIds(*descriptor), ElementsAreArray(c.boards));
+        std::vector<int> boards;
+        for (unsigned int i = 0; i < descriptor->getNumBoards(); ++i) {
+            boards.push_back(descriptor->getBoardIdByIdx(i));
+        }
+        EXPECT_EQ(boards, c.boards) << c.baseboard << "/" << c.frontPanel;
     }
 }
 
-TEST(PlatformDescriptorFactory, BoardWordsCarryVariantAndStrapId) {
-    GpioTree tree;
-    tree.setGroup(0, 70);
-    tree.setGroup(1, 2);
-    tree.setGroup(2, 6);
-    tree.setGroup(3, 1);
-    auto const descriptor = PlatformDescriptorFactory::createPlatformDescriptor(tree.paths());
-    ASSERT_NE(descriptor, nullptr);
-    std::deque<unsigned int> words;
-    descriptor->serialize(words);
-    EXPECT_THAT(words, ElementsAre(1U, 4U,           // VyL/VyP, four boards
-                                   2U, 1U, 70U, 0U,  // CV079, variant 1
-                                   3U, 0U, 2U, 0U,   // mezzanine
-                                   5U, 2U, 6U, 0U,   // CV084, variant 2
-                                   6U, 0U, 1U, 0U)); // power share
-    EXPECT_EQ(
-        descriptor->getBoardDescriptor(BoardDescriptor::CV084_VYP_FRONT_PANEL)->getBoardName(),
-        "CV084 VyP Front Panel Board");
-    EXPECT_EQ(descriptor->getBoardDescriptor(BoardDescriptor::CV072_VY_VYL_FRONT_PANEL), nullptr);
-}
-
-TEST(PlatformDescriptorFactory, MissingLineLeavesBoardOutUntilItReads) {
-    GpioTree tree;
-    tree.setGroup(0, 64);
-    tree.setGroup(2, 5);
-    tree.removeLine(500);
-    testing::internal::CaptureStderr();
-    auto const before = PlatformDescriptorFactory::createPlatformDescriptor(tree.paths());
-    std::string const err = testing::internal::GetCapturedStderr();
-    EXPECT_THAT(boardIds(*before), ElementsAre(2));
-    EXPECT_NE(err.find(tree.root() + "500/value: No such file or directory\n"), std::string::npos);
-
-    tree.setLine(500, 0);
-    testing::internal::CaptureStderr();
-    auto const after = PlatformDescriptorFactory::createPlatformDescriptor(tree.paths());
-    testing::internal::GetCapturedStderr();
-    EXPECT_THAT(boardIds(*after), ElementsAre(2, 5));
-    EXPECT_EQ(after->getBoardDescriptor(BoardDescriptor::CV084_VYP_FRONT_PANEL)->getStrapId(), 5U);
+TEST(PlatformDescriptorFactoryDeathTest, DeviceKindFromTheMainBoardReadOncePerProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe"); // a fresh process each
+    for (auto const& [first, later, kinds] :
+         std::vector<std::tuple<int, int, int>>{{63, 64, 0}, {64, 63, 11}}) {
+        EXPECT_EXIT(
+            {
+                GpioTree one;
+                GpioTree two;
+                one.setGroup(0, static_cast<unsigned int>(first));
+                two.setGroup(0, static_cast<unsigned int>(later));
+                auto const a = PlatformDescriptorFactory::createPlatformDescriptor(one.paths());
+                auto const b = PlatformDescriptorFactory::createPlatformDescriptor(two.paths());
+                std::exit(a->getDevice() * 10 + b->getDevice());
+            },
+            testing::ExitedWithCode(kinds), "");
+    }
 }
 
 TEST(BoardDescriptor, Names) {
-    std::vector<std::string> const names = {"Undefined/Unknown Board",
-                                            "CV069 Vy Baseboard",
-                                            "CV079 VyL/VyP Baseboard",
-                                            "CV070 Vy/VyL/VyP Mezzanine Board",
-                                            "CV072 Vy/VyL Front Panel Board",
-                                            "CV084 VyP Front Panel Board",
-                                            "CV098 VyP Power Share Board",
-                                            "CV087 40KM CPU Carrier Board",
-                                            "CV088 40KM FPGA Board",
-                                            "CV089 40KM SDI I/O Board",
-                                            "CV090 40KM Front Panel Board",
-                                            "CV091 40KM Backplane",
-                                            "CV094 40KM Miscellaneous I/O Board",
-                                            "Undefined/Unknown Board"};
+    // clang-format off
+    std::vector<std::string> const names = {
+        "Undefined/Unknown Board", "CV069 Vy Baseboard", "CV079 VyL/VyP Baseboard",
+        "CV070 Vy/VyL/VyP Mezzanine Board", "CV072 Vy/VyL Front Panel Board",
+        "CV084 VyP Front Panel Board", "CV098 VyP Power Share Board",
+        "CV087 40KM CPU Carrier Board", "CV088 40KM FPGA Board", "CV089 40KM SDI I/O Board",
+        "CV090 40KM Front Panel Board", "CV091 40KM Backplane",
+        "CV094 40KM Miscellaneous I/O Board", "Undefined/Unknown Board"};
+    // clang-format on
     for (int id = 0; id < static_cast<int>(names.size()); ++id) {
-        EXPECT_EQ(BoardDescriptor(BoardDescriptor::BoardId(id)).getBoardName().toStdString(),
-                  names[static_cast<std::size_t>(id)])
-            << id;
+        EXPECT_EQ(BoardDescriptor::getBoardName(id).toStdString(),
+                  names[static_cast<std::size_t>(id)]);
     }
-    EXPECT_EQ(BoardDescriptor::getBoardName(-1), "Undefined/Unknown Board");
 }
 
-TEST(PlatformDescriptor, MapOperations) {
-    PlatformDescriptor descriptor(Calvento::Vy::DEVICE_VYL_VYP);
-    EXPECT_TRUE(descriptor.addBoard(
-        std::make_shared<BoardDescriptor const>(BoardDescriptor::CV084_VYP_FRONT_PANEL, 2, 5)));
-    EXPECT_TRUE(descriptor.addBoard(
-        std::make_shared<BoardDescriptor const>(BoardDescriptor::CV079_VYL_VYP_BASEBOARD, 1, 64)));
-    // One descriptor per id: the first stays.
-    EXPECT_FALSE(descriptor.addBoard(
-        std::make_shared<BoardDescriptor const>(BoardDescriptor::CV084_VYP_FRONT_PANEL, 9, 9)));
-    EXPECT_FALSE(descriptor.addBoard(nullptr));
-
-    EXPECT_EQ(descriptor.getNumBoards(), 2U);
-    EXPECT_EQ(descriptor.getBoardIdByIdx(0), BoardDescriptor::CV079_VYL_VYP_BASEBOARD);
-    EXPECT_EQ(descriptor.getBoardIdByIdx(1), BoardDescriptor::CV084_VYP_FRONT_PANEL);
-    EXPECT_EQ(descriptor.getBoardIdByIdx(2), BoardDescriptor::BoardId(0));
-    EXPECT_TRUE(descriptor.hasBoard(BoardDescriptor::CV084_VYP_FRONT_PANEL));
-    EXPECT_FALSE(descriptor.hasBoard(BoardDescriptor::CV070_MEZZANINE));
-    EXPECT_EQ(descriptor.getBoardDescriptor(BoardDescriptor::CV084_VYP_FRONT_PANEL)->getVariant(),
-              2U);
-}
-
-TEST(PlatformDescriptor, SerializeRoundTripAndRejects) {
-    PlatformDescriptor original(Calvento::Vy::DEVICE_VYL_VYP);
-    original.addBoard(
-        std::make_shared<BoardDescriptor const>(BoardDescriptor::CV070_MEZZANINE, 0, 17, 3));
-    original.addBoard(
-        std::make_shared<BoardDescriptor const>(BoardDescriptor::CV069_VY_BASEBOARD, 0, 12));
-    std::deque<unsigned int> words = {0xAAAA}; // something before it
-    original.serialize(words);
-    words.push_back(0xBBBB); // and after
-    EXPECT_THAT(words, ElementsAre(0xAAAAU, 1U, 2U, 1U, 0U, 12U, 0U, 3U, 0U, 17U, 3U, 0xBBBBU));
-
-    PlatformDescriptor copy;
-    unsigned int position = 1;
-    ASSERT_TRUE(copy.deserialize(words, position));
-    EXPECT_EQ(position, 11U);
-    EXPECT_EQ(copy.getDevice(), Calvento::Vy::DEVICE_VYL_VYP);
-    std::deque<unsigned int> again;
-    copy.serialize(again);
-    EXPECT_THAT(again, ElementsAreArray(words.begin() + 1, words.end() - 1));
-
-    std::vector<std::pair<char const*, std::deque<unsigned int>>> const bad = {
-        {"empty", {}},
-        {"no count", {1}},
-        {"board cut short", {1, 1, 5, 2, 5}},
-        {"count too high", {1, 2, 5, 2, 5, 0}},
-        {"same board twice", {1, 2, 5, 2, 5, 0, 5, 2, 5, 0}}};
-    for (auto const& [what, badWords] : bad) {
-        SCOPED_TRACE(what);
-        unsigned int at = 0;
-        EXPECT_FALSE(copy.deserialize(badWords, at));
-        EXPECT_EQ(at, 0U);
-        EXPECT_EQ(copy.getNumBoards(), 2U);
-    }
-    unsigned int past = 20;
-    EXPECT_FALSE(copy.deserialize(words, past));
-
-    BoardDescriptor board;
-    unsigned int at = 3;
-    EXPECT_TRUE(board.deserialize(words, at));
-    EXPECT_EQ(at, 7U);
-    EXPECT_EQ(board.getBoardId(), BoardDescriptor::CV069_VY_BASEBOARD);
-    EXPECT_EQ(board.getStrapId(), 12U);
-    at = 9;
-    EXPECT_FALSE(board.deserialize(words, at));
-    EXPECT_EQ(at, 9U);
+TEST(VyPlatformAbstraction, BoardsAndTheFpgaBuildRecord) {
+    GpioTree tree;
+    tree.setFpgaBuild("7 1 2");
+    VyPlatformAbstraction platform(tree.paths());
+    EXPECT_EQ(platform.getBoardId(4), -1);
+    unsigned int f[5] = {};
+    EXPECT_FALSE(platform.getFPGABuildInfo(f[0], f[1], f[2], f[3], f[4]));
+    tree.setFpgaBuild("26 6 1 2 4000000000\n"); // the open file is read again on every call
+    EXPECT_TRUE(platform.getFPGABuildInfo(f[0], f[1], f[2], f[3], f[4]));
+    EXPECT_EQ(std::vector<unsigned int>(f, f + 5),
+              std::vector<unsigned int>({26, 6, 1, 2, 4000000000U}));
 }

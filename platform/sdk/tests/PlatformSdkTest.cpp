@@ -1,3 +1,8 @@
+// The registry and the register blocks this program drives: which blocks
+// each FPGA image has, the lookup tables, the miscellaneous block's words and
+// the Si5367 set-up.
+
+#include <chrono>
 #include <map>
 #include <memory>
 #include <string>
@@ -8,143 +13,118 @@
 #include <gtest/gtest.h>
 
 #include "logging/testing/RecordingSink.h"
-#include "platform/bus/testing/RecordingI2c.h"
-#include "platform/bus/testing/ScriptedAxi.h"
+#include "platform/axi/testing/AxiRegisterRam.h"
+#include "platform/bus/I2cInterface.h"
 #include "platform/descriptor/PlatformDescriptor.h"
 #include "platform/registers/AesSrcTestRegisterApi.h"
-#include "platform/registers/AudioSelfTestToneRegisterApi.h"
 #include "platform/registers/Clock1001SynthesizerSi5367cRegisterApi.h"
-#include "platform/registers/CommonAxiRegisterBlocks.h"
-#include "platform/registers/EyeJitterAdcSelfTestRegisterApi.h"
-#include "platform/registers/MainClockSynthesizerLmk04808RegisterApi.h"
-#include "platform/registers/VyFrontPanelDacWm9081.h"
-#include "platform/registers/VyRegisterBlocks.h"
+#include "platform/registers/MiscellaneousRegisterApi.h"
 #include "platform/sdk/PlatformSdkFactory.h"
-#include "platform/sdk/PlatformSdkKm40.h"
 #include "platform/sdk/PlatformSdkVy.h"
 
 using Calvento::testing::axiRd;
-using Calvento::testing::RecordingI2c;
+using Calvento::testing::AxiRegisterRam;
+using Calvento::testing::axiWr;
 using Calvento::testing::ScopedRecordingLogger;
-using Calvento::testing::ScriptedAxi;
 using ::testing::ElementsAre;
-using ::testing::ElementsAreArray;
-using ::testing::IsEmpty;
 
 namespace {
+
+// Records every single-byte write as (device, register, value) and counts
+// every other operation. Writes succeed unless writeResult is false.
+class RecordingI2c : public I2cInterface {
+public:
+    using Write = std::tuple<unsigned int, unsigned int, unsigned int>;
+
+    bool i2cWrite(I2cDeviceId device, unsigned int reg, unsigned int value) override {
+        writes.emplace_back(toNumber(device), reg, value);
+        return writeResult;
+    }
+    bool i2cProbe(I2cDeviceId) override { return other(); }
+    unsigned int i2cRead(I2cDeviceId, unsigned int, bool*, bool) override { return other(); }
+    bool i2cTwoByteWrite(I2cDeviceId, unsigned int, unsigned int) override { return other(); }
+    bool i2cMultiByteWrite(I2cDeviceId, unsigned int, unsigned char const*, unsigned int) override {
+        return other();
+    }
+    unsigned int i2cTwoByteRead(I2cDeviceId, unsigned int, bool*, bool) override { return other(); }
+
+    std::vector<Write> writes;
+    int otherOperations = 0;
+    bool writeResult = true;
+
+private:
+    bool other() {
+        ++otherOperations;
+        return false;
+    }
+};
 
 SubsystemType type(int value) {
     return static_cast<SubsystemType>(value);
 }
 
-// An AXI window whose miscellaneous block reports the given design.
-std::shared_ptr<ScriptedAxi> windowWithDesign(unsigned int design) {
-    auto axi = std::make_shared<ScriptedAxi>();
-    axi->set(0, 0x10, design << 16);
-    axi->set(0, 0x11, 0x00010002);
-    return axi;
-}
-
-std::shared_ptr<PlatformDescriptor> descriptor(Calvento::Vy::Device kind) {
-    return std::make_shared<PlatformDescriptor>(kind);
-}
-
+// A platform whose miscellaneous block reports the given firmware design.
 struct Platform {
-    std::shared_ptr<ScriptedAxi> axi;
-    std::shared_ptr<RecordingI2c> i2c = std::make_shared<RecordingI2c>();
-    std::shared_ptr<PlatformSdk> sdk;
-
-    Platform(unsigned int design, std::shared_ptr<PlatformDescriptor const> platform)
-        : axi(windowWithDesign(design)) {
-        sdk = PlatformSdkFactory::create(std::move(platform), axi, i2c, nullptr);
+    Platform(unsigned int design, Calvento::Vy::Device kind, int frontPanel = 0,
+             unsigned int attribute = 0) {
+        axi->set(0, 0x10, design << 16);
+        auto descriptor = std::make_shared<PlatformDescriptor>(kind);
+        if (frontPanel != 0) {
+            descriptor->addBoard(std::make_shared<BoardDescriptor const>(
+                BoardDescriptor::BoardId(frontPanel), 1, attribute, 7));
+        }
+        sdk = PlatformSdkFactory::create(descriptor, axi, i2c, nullptr);
     }
-
-    unsigned int axiSubsystemOf(int kind, unsigned int index = 0) const {
+    // The AXI sub-system of a registered block; 1000 when there is none.
+    unsigned int axiSubsystemOf(int kind) const {
         auto const block =
-            std::dynamic_pointer_cast<AxiSubsystem>(sdk->getSubsystem(type(kind), index));
+            std::dynamic_pointer_cast<AxiSubsystem>(sdk->getSubsystem(type(kind), 0));
         return block ? block->getSubsystem() : 1000;
     }
+    std::shared_ptr<AxiRegisterRam> axi = std::make_shared<AxiRegisterRam>();
+    std::shared_ptr<RecordingI2c> i2c = std::make_shared<RecordingI2c>();
+    std::shared_ptr<PlatformSdk> sdk;
 };
 
-TEST(PlatformSdk, SelfTestImageRegistersTheSelfTestBlocksOnSubsystemNine) {
-    Platform p(11, descriptor(Calvento::Vy::DEVICE_VYL_VYP));
-    ASSERT_TRUE(p.sdk);
-    EXPECT_TRUE(p.sdk->inSelfTestMode());
-    // The image's identity is read first, before any other register.
-    ASSERT_GE(p.axi->accesses.size(), 2u);
-    EXPECT_EQ(p.axi->accesses[0], axiRd(0, 0x10, 0x000B0000));
-    EXPECT_EQ(p.axi->accesses[1], axiRd(0, 0x11, 0x00010002));
-
-    EXPECT_TRUE(std::dynamic_pointer_cast<MiscellaneousRegisterApi>(
-        p.sdk->getSubsystem(SubsystemType::MISCELLANEOUS, 0)));
-    EXPECT_TRUE(std::dynamic_pointer_cast<AesSrcTestRegisterApi>(p.sdk->getSubsystem(type(0), 0)));
-    EXPECT_TRUE(
-        std::dynamic_pointer_cast<AudioSelfTestToneRegisterApi>(p.sdk->getSubsystem(type(5), 0)));
-    EXPECT_TRUE(std::dynamic_pointer_cast<EyeJitterAdcSelfTestRegisterApi>(
-        p.sdk->getSubsystem(type(11), 0)));
-    for (auto const& [kind, axiSubsystem] :
-         std::map<int, unsigned int>{{28, 0u}, {0, 9u}, {5, 9u}, {11, 9u}, {26, 6u}, {38, 0u}}) {
-        EXPECT_EQ(p.axiSubsystemOf(kind), axiSubsystem) << kind;
+TEST(PlatformSdk, TheImageDecidesWhichBlocksExist) {
+    Platform selfTest(11, Calvento::Vy::DEVICE_VYL_VYP);
+    Platform production(1, Calvento::Vy::DEVICE_VY);
+    // The image's identity is read before any other register.
+    EXPECT_THAT(std::vector(selfTest.axi->accesses.begin(), selfTest.axi->accesses.begin() + 2),
+                ElementsAre(axiRd(0, 0x10, 0x000B0000), axiRd(0, 0x11, 0)));
+    for (auto const& [kind, inSelfTest, inProduction] : std::vector<std::tuple<int, int, int>>{
+             {28, 0, 0}, {0, 9, 1000}, {5, 9, 1000}, {11, 9, 1000}, {21, 1000, 8}, {26, 6, 1000}}) {
+        EXPECT_EQ(selfTest.axiSubsystemOf(kind), static_cast<unsigned int>(inSelfTest)) << kind;
+        EXPECT_EQ(production.axiSubsystemOf(kind), static_cast<unsigned int>(inProduction)) << kind;
     }
-    EXPECT_FALSE(p.sdk->getSubsystem(SubsystemType::JITTER, 0));
-    EXPECT_FALSE(p.sdk->getSubsystem(SubsystemType::EYE, 0));
-
-    auto const clock = std::dynamic_pointer_cast<Clock1001SynthesizerSi5367cRegisterApi>(
-        p.sdk->getSubsystem(type(50), 0));
-    ASSERT_TRUE(clock);
-    EXPECT_EQ(clock->deviceId(), I2cDeviceId{21});
-    EXPECT_EQ(clock->i2cInterface(), p.i2c);
-    EXPECT_TRUE(std::dynamic_pointer_cast<VylMainClockSynthesizerLmk04808RegisterApi>(
-        p.sdk->getSubsystem(type(73), 0)));
-    // A CV084 front panel (board 5 or none) has no DAC block.
-    EXPECT_FALSE(p.sdk->getSubsystem(type(55), 0));
-
-    // The four converters, clocked for a self-test image, shared with the
-    // converter test block in instance order.
     auto const test =
-        std::dynamic_pointer_cast<AesSrcTestRegisterApi>(p.sdk->getSubsystem(type(0), 0));
+        std::dynamic_pointer_cast<AesSrcTestRegisterApi>(selfTest.sdk->getSubsystem(type(0), 0));
+    ASSERT_TRUE(test);
     for (unsigned int i = 0; i < 4; ++i) {
-        auto const converter =
-            std::dynamic_pointer_cast<AesSrc4382RegisterApi>(p.sdk->getSubsystem(type(49), i));
-        ASSERT_TRUE(converter) << i;
+        auto const converter = test->converters()[i];
+        EXPECT_EQ(selfTest.sdk->getSubsystem(type(49), i), converter);
         EXPECT_EQ(converter->deviceId(), I2cDeviceId{16 + i});
         EXPECT_EQ(converter->getMclkRate(), AesSrc4382RegisterApi::MCLK_RATE_SELF_TEST_IMAGE);
-        EXPECT_EQ(test->converters()[i], converter);
     }
-    EXPECT_FALSE(p.sdk->getSubsystem(type(49), 4));
-    // Registering touched no I2C device.
-    EXPECT_THAT(p.i2c->operations, IsEmpty());
+    auto const clock =
+        std::dynamic_pointer_cast<I2cSubsystem>(production.sdk->getSubsystem(type(50), 0));
+    ASSERT_TRUE(clock);
+    EXPECT_EQ(clock->deviceId(), I2cDeviceId{21});
 }
 
-TEST(PlatformSdk, ProductionImageHasNoSelfTestBlocks) {
-    for (unsigned int design : {1u, 13u, 10u}) {
-        SCOPED_TRACE(design);
-        Platform p(design, descriptor(Calvento::Vy::DEVICE_VY));
-        ASSERT_TRUE(p.sdk);
-        EXPECT_FALSE(p.sdk->inSelfTestMode());
-        for (int selfTestKind : {0, 5, 11}) {
-            EXPECT_FALSE(p.sdk->getSubsystem(type(selfTestKind), 0)) << selfTestKind;
-        }
-        EXPECT_EQ(p.axiSubsystemOf(28), 0u);
-        EXPECT_EQ(p.axiSubsystemOf(21), 8u);
-        EXPECT_EQ(p.axiSubsystemOf(10), 8u);
-        EXPECT_TRUE(p.sdk->getSubsystem(type(50), 0));
-        EXPECT_TRUE(std::dynamic_pointer_cast<VyMainClockSynthesizerLmk04808RegisterApi>(
-            p.sdk->getSubsystem(type(73), 0)));
-        auto const converter =
-            std::dynamic_pointer_cast<AesSrc4382RegisterApi>(p.sdk->getSubsystem(type(49), 3));
-        ASSERT_TRUE(converter);
-        EXPECT_EQ(converter->getMclkRate(), AesSrc4382RegisterApi::MCLK_RATE_PRODUCTION_IMAGE);
+TEST(PlatformSdk, FrontPanelDacOnlyOnACv072WithAttributeThreeOrFour) {
+    for (auto const& [board, attribute, hasDac] : std::vector<std::tuple<int, unsigned int, bool>>{
+             {4, 2, false}, {4, 3, true}, {4, 4, true}, {4, 5, false}, {5, 3, false}}) {
+        Platform p(11, Calvento::Vy::DEVICE_VYL_VYP, board, attribute);
+        auto const dac = std::dynamic_pointer_cast<I2cSubsystem>(p.sdk->getSubsystem(type(55), 0));
+        EXPECT_EQ(dac ? toNumber(dac->deviceId()) : 0u, hasDac ? 20u : 0u) << board << attribute;
     }
 }
 
 TEST(PlatformSdk, RegisteringEmptyOrDuplicateBlocksIsRefusedAndLogged) {
-    Platform p(11, descriptor(Calvento::Vy::DEVICE_VYL_VYP));
-    ASSERT_TRUE(p.sdk);
+    Platform p(11, Calvento::Vy::DEVICE_VYL_VYP);
     ScopedRecordingLogger log;
     auto const first = p.sdk->getSubsystem(SubsystemType::MISCELLANEOUS, 0);
-    auto const size = p.sdk->getRegistry().size();
-
     EXPECT_FALSE(p.sdk->registerSubsystem(SubsystemType::MISCELLANEOUS, 0,
                                           std::make_shared<MiscellaneousRegisterApi>(0, p.axi)));
     EXPECT_FALSE(p.sdk->registerSubsystem(type(50), 3, nullptr));
@@ -152,188 +132,144 @@ TEST(PlatformSdk, RegisteringEmptyOrDuplicateBlocksIsRefusedAndLogged) {
                 ElementsAre("ERROR: Registering duplicate subsystem/index for type 28 index 0",
                             "ERROR: Registering empty subsystem for type 50 index 3"));
     EXPECT_EQ(p.sdk->getSubsystem(SubsystemType::MISCELLANEOUS, 0), first);
-    EXPECT_EQ(p.sdk->getRegistry().size(), size);
-
-    log.clear();
-    EXPECT_TRUE(
-        p.sdk->registerSubsystem(type(50), 3, std::make_shared<VyFrontPanelDacWm9081>(p.i2c)));
-    EXPECT_FALSE(
-        p.sdk->createAndRegisterAxiSubsystem<JitterRegisterApi>(SubsystemType::JITTER, 0, p.axi));
-    EXPECT_TRUE(p.sdk->createAndRegisterAxiSubsystem<JitterRegisterApi>(type(37), 1, p.axi));
-    EXPECT_EQ(p.axiSubsystemOf(37, 1), 10u);
-    EXPECT_THAT(log.lines(), IsEmpty());
 }
 
-std::map<int, unsigned int> expand(int first, std::vector<unsigned int> const& values) {
-    std::map<int, unsigned int> table;
-    for (std::size_t i = 0; i < values.size(); ++i) {
-        table[first + static_cast<int>(i)] = values[i];
-    }
-    return table;
-}
-
-TEST(PlatformSdk, SubsystemLookupTablesAreByteExact) {
-    std::map<int, unsigned int> selfTest = {
+TEST(PlatformSdk, SubsystemLookupTables) {
+    std::map<int, unsigned int> const selfTest = {
         {0, 9},   {5, 9},   {11, 9},  {12, 15}, {13, 2},  {14, 2}, {15, 14}, {16, 13},
         {17, 12}, {18, 11}, {20, 14}, {26, 6},  {27, 7},  {28, 0}, {33, 9},  {34, 8},
         {35, 8},  {37, 10}, {38, 0},  {40, 14}, {41, 14}, {42, 14}};
-    auto const production =
-        expand(1, {6,  12, 16, 13, 99, 17, 10, 9,  25, 8,  99, 22, 1,  1,  15, 23,
-                   21, 20, 16, 15, 8,  8,  4,  3,  5,  99, 99, 0,  16, 99, 18, 19,
-                   99, 11, 11, 2,  99, 0,  8,  15, 15, 15, 7,  16, 16, 24});
-    auto const km40 = expand(1, {6,  12, 16, 13, 99, 17, 10, 9,  27, 8,  99, 22, 1,  99, 15, 23,
-                                 21, 20, 16, 15, 8,  8,  4,  3,  5,  99, 99, 0,  16, 25, 18, 19,
-                                 99, 11, 99, 2,  99, 0,  8,  15, 99, 15, 7,  16, 16, 24, 15});
-    auto const at = [](std::map<int, unsigned int> const& table, int kind) {
-        auto const found = table.find(kind);
-        return found == table.end() ? 99u : found->second;
+    // Types 1 to 46 (Vy production image) and 1 to 47 (KM40); 99 elsewhere.
+    std::vector<unsigned int> const production = {
+        6, 12, 16, 13, 99, 17, 10, 9,  25, 8,  99, 22, 1, 1,  15, 23, 21, 20, 16, 15, 8,  8,  4,
+        3, 5,  99, 99, 0,  16, 99, 18, 19, 99, 11, 11, 2, 99, 0,  8,  15, 15, 15, 7,  16, 16, 24};
+    std::vector<unsigned int> const km40 = {
+        6, 12, 16, 13, 99, 17, 10, 9,  27, 8,  99, 22, 1,  99, 15, 23, 21, 20, 16, 15, 8,  8,  4, 3,
+        5, 99, 99, 0,  16, 25, 18, 19, 99, 11, 99, 2,  99, 0,  8,  15, 99, 15, 7,  16, 16, 24, 15};
+    auto const at = [](std::vector<unsigned int> const& table, int kind) {
+        return kind >= 1 && kind <= static_cast<int>(table.size())
+                   ? table[static_cast<std::size_t>(kind - 1)]
+                   : 99u;
     };
-    Platform vyProduction(1, descriptor(Calvento::Vy::DEVICE_VY));
-    Platform vySelfTest(2, descriptor(Calvento::Vy::DEVICE_VY));
-    Platform km(14, descriptor(Calvento::Vy::DEVICE_KM40));
-    ASSERT_TRUE(vyProduction.sdk && vySelfTest.sdk && km.sdk);
-    ASSERT_TRUE(vySelfTest.sdk->inSelfTestMode());
-    for (int kind = -3; kind < 80; ++kind) {
-        SCOPED_TRACE(kind);
-        EXPECT_EQ(PlatformSdkVy::lookupSelfTestAxiSubSystemIndex(type(kind)), at(selfTest, kind));
-        EXPECT_EQ(PlatformSdkVy::lookupProdFirmwareAxiSubSystemIndex(type(kind)),
-                  at(production, kind));
-        EXPECT_EQ(km.sdk->lookupAxiSubSystemIndex(type(kind)), at(km40, kind));
-        unsigned int const misc = kind == 28 ? 0u : 1000u;
-        EXPECT_EQ(vyProduction.sdk->lookupAxiSubSystemIndex(type(kind)),
-                  kind == 28 ? misc : at(production, kind));
-        EXPECT_EQ(vySelfTest.sdk->lookupAxiSubSystemIndex(type(kind)),
-                  kind == 28 ? misc : at(selfTest, kind));
-        EXPECT_EQ(vySelfTest.sdk->hasValidAxiSubsystem(type(kind)), at(selfTest, kind) != 99);
-    }
-    EXPECT_TRUE(vySelfTest.sdk->isValidAxiSubsystem(98));
-    EXPECT_FALSE(vySelfTest.sdk->isValidAxiSubsystem(99));
-}
-
-TEST(PlatformSdk, FrontPanelDacOnlyOnCv072BuildsThreeAndFour) {
-    auto const cv072 = BoardDescriptor::CV072_VY_VYL_FRONT_PANEL;
-    auto const cv084 = BoardDescriptor::CV084_VYP_FRONT_PANEL;
-    std::vector<std::tuple<BoardDescriptor::BoardId, unsigned int, bool>> const cases = {
-        {cv072, 2, false}, {cv072, 3, true},  {cv072, 4, true},
-        {cv072, 5, false}, {cv084, 3, false}, {cv084, 5, false}};
-    for (auto const& [board, secondAttribute, hasDac] : cases) {
-        SCOPED_TRACE(testing::Message() << board << "/" << secondAttribute);
-        auto platform = descriptor(Calvento::Vy::DEVICE_VYL_VYP);
-        // Attribute words: variant, then the one that selects the DAC.
-        ASSERT_TRUE(platform->addBoard(
-            std::make_shared<BoardDescriptor const>(board, 1, secondAttribute, 7)));
-        Platform p(11, platform);
-        ASSERT_TRUE(p.sdk);
-        auto const dac =
-            std::dynamic_pointer_cast<VyFrontPanelDacWm9081>(p.sdk->getSubsystem(type(55), 0));
-        EXPECT_EQ(static_cast<bool>(dac), hasDac);
-        if (dac) {
-            EXPECT_EQ(dac->deviceId(), I2cDeviceId{20});
-        }
+    Platform vy(1, Calvento::Vy::DEVICE_VY);
+    Platform km(14, Calvento::Vy::DEVICE_KM40);
+    for (int kind = -1; kind < 80; ++kind) {
+        auto const found = selfTest.find(kind);
+        EXPECT_EQ(PlatformSdkVy::lookupSelfTestAxiSubSystemIndex(type(kind)),
+                  found == selfTest.end() ? 99u : found->second);
+        EXPECT_EQ(vy.sdk->lookupAxiSubSystemIndex(type(kind)), at(production, kind));
+        EXPECT_EQ(km.sdk->lookupAxiSubSystemIndex(type(kind)), at(km40, kind)) << kind;
     }
 }
 
-TEST(PlatformSdkFactory, MakesTheProductOfTheDeviceKind) {
-    Platform vy(11, descriptor(Calvento::Vy::DEVICE_VY));
-    Platform vyl(11, descriptor(Calvento::Vy::DEVICE_VYL_VYP));
-    Platform km(2, descriptor(Calvento::Vy::DEVICE_KM40));
-    EXPECT_TRUE(std::dynamic_pointer_cast<PlatformSdkVy>(vy.sdk));
-    EXPECT_TRUE(std::dynamic_pointer_cast<PlatformSdkVy>(vyl.sdk));
-    EXPECT_TRUE(std::dynamic_pointer_cast<PlatformSdkKm40>(km.sdk));
-    ASSERT_TRUE(km.sdk);
-    EXPECT_TRUE(km.sdk->inSelfTestMode());
-    EXPECT_FALSE(km.sdk->getSubsystem(type(50), 0)); // the Si5367 is a Vy-family part
-    EXPECT_EQ(km.axiSubsystemOf(28), 0u);
-    EXPECT_EQ(km.axiSubsystemOf(47), 15u);
-    // The Vy's product step (kind 0) differs from the VyL/VyP's (kind 1).
-    EXPECT_TRUE(vy.sdk->getSubsystem(SubsystemType::REF_ADC, 0));
-    EXPECT_FALSE(vyl.sdk->getSubsystem(SubsystemType::REF_ADC, 0));
-    EXPECT_TRUE(vyl.sdk->getSubsystem(SubsystemType::TFT_LCD, 0));
-    EXPECT_FALSE(vy.sdk->getSubsystem(SubsystemType::TFT_LCD, 0));
+// The block sits at sub-system 0 in every image; another number here shows
+// a block that ignores its own sub-system.
+constexpr unsigned int kSub = 5;
 
-    auto const axi = windowWithDesign(11);
-    EXPECT_FALSE(PlatformSdkFactory::create(nullptr, axi, nullptr, nullptr));
-    EXPECT_FALSE(
-        PlatformSdkFactory::create(descriptor(Calvento::Vy::Device(3)), axi, nullptr, nullptr));
-    EXPECT_THAT(axi->accesses, IsEmpty());
-}
-
-// A product whose table and hooks the test controls, recording what the
-// start-up asks of it.
-class ScriptedProduct final : public PlatformSdk {
-public:
-    ScriptedProduct(std::shared_ptr<AxiInterface> axi, std::map<int, unsigned int> table)
-        : PlatformSdk(nullptr, axi, nullptr, nullptr), table_(std::move(table)) {
-        registered = registerSubsystems(axi, nullptr, nullptr);
-    }
-    ~ScriptedProduct() = default;
-
-    unsigned int getNetworkClockFrequency() const override { return 0; }
-    bool inSelfTestMode() const override { return false; }
-    SdiEqualiserM23554Properties getSdiEqualiserM23554Properties(int) const override { return {}; }
-    unsigned int lookupAxiSubSystemIndex(SubsystemType kind) const override {
-        if (lookups.empty() || lookups.back() != toNumber(kind)) {
-            lookups.push_back(toNumber(kind));
-        }
-        auto const found = table_.find(toNumber(kind));
-        return found == table_.end() ? 99 : found->second;
-    }
-    bool registerProductSpecificSubsystems(std::shared_ptr<AxiInterface>,
-                                           std::shared_ptr<I2cInterface>,
-                                           std::shared_ptr<SpiInterface>) override {
-        steps.push_back("product " + std::to_string(getRegistry().size()));
-        return true;
-    }
-    bool registerProductSpecificCompoundSubsystems(std::shared_ptr<AxiInterface>,
-                                                   std::shared_ptr<I2cInterface>,
-                                                   std::shared_ptr<SpiInterface>) override {
-        steps.push_back("compound " + std::to_string(getRegistry().size()));
-        return true;
-    }
-    bool setupPlatformFeatures() override {
-        steps.push_back("features " + std::to_string(getRegistry().size()));
-        if (!getStartupFirmwareVersion()) {
-            return false;
-        }
-        setPlatformFeatures(std::make_shared<PlatformFeatures const>(*getStartupFirmwareVersion()));
-        return true;
-    }
-
-    mutable std::vector<int> lookups;
-    std::vector<std::string> steps;
-
-private:
-    std::map<int, unsigned int> table_;
+struct Block {
+    std::shared_ptr<AxiRegisterRam> axi = std::make_shared<AxiRegisterRam>();
+    MiscellaneousRegisterApi misc{kSub, axi};
 };
 
-TEST(PlatformSdk, StartUpOrder) {
-    std::map<int, unsigned int> everything;
-    for (int kind = 0; kind < 74; ++kind) {
-        everything[kind] = 3;
+TEST(MiscellaneousRegisterApi, FirmwareVersionWords) {
+    struct Case {
+        unsigned int versionWord, flag, design, version, designCode;
+        std::string name;
+    };
+    // clang-format off
+    for (Case const& c : std::vector<Case>{
+             {0x800B3412, 1, 11, 0x1234, 11, "25G_Self_Test"}, {0x00020000, 0, 2, 0, 2, "Self_test"},
+             {0x00010100, 0, 1, 0x0001, 1, "SDI_main"}, {0x00050001, 0, 5, 0x0100, 5, "IP_2022_6"},
+             {0x00080000, 0, 8, 0, 8, "IP_2110"}, {0x00090000, 0, 9, 0, 9, "Korusys_ptp_only"},
+             {0x000D0000, 0, 13, 0, 13, "25G_Master"}, {0x000E0000, 0, 14, 0, 14, "40KM_Master"},
+             {0x00000000, 0, 0, 0, 0, "*unknown*"}, {0x00030000, 0, 3, 0, 0, "*unknown*"},
+             {0x000F0000, 0, 15, 0, 0, "*unknown*"}, {0x7FFFFFFF, 0, 0x7FFF, 0xFFFF, 0, "*unknown*"}}) {
+        // clang-format on
+        Block b;
+        b.axi->set(kSub, 0x10, c.versionWord);
+        b.axi->set(kSub, 0x11, 0x00070203);
+        auto const fw = b.misc.getFirmwareVersion();
+        EXPECT_EQ(
+            std::vector<unsigned int>({fw.flag, fw.design, fw.version, fw.buildHigh, fw.buildLow,
+                                       fw.getFirmwareDesign()}),
+            std::vector<unsigned int>({c.flag, c.design, c.version, 0x0007, 0x0203, c.designCode}))
+            << std::hex << c.versionWord;
+        EXPECT_EQ(fw.getFirmwareDesignString(), c.name);
+        EXPECT_THAT(b.axi->accesses,
+                    ElementsAre(axiRd(kSub, 0x10, c.versionWord), axiRd(kSub, 0x11, 0x00070203)));
     }
-    everything[28] = 0;
-    ScriptedProduct product(windowWithDesign(11), everything);
-    EXPECT_TRUE(product.registrationSucceeded());
-    EXPECT_THAT(product.lookups, ElementsAre(28, 1, 2, 3, 4, 6, 7, 8, 9, 21, 22, 39, 12, 17, 18, 19,
-                                             45, 23, 24, 25, 29, 26, 27, 36, 37, 38, 43, 44, 46));
-    // Features right after the miscellaneous block; the product's own blocks
-    // after the 28 common ones and the miscellaneous block.
-    EXPECT_THAT(product.steps, ElementsAre("features 1", "product 29", "compound 29"));
-    ASSERT_TRUE(product.getPlatformFeatures());
-    EXPECT_TRUE(product.getPlatformFeatures()->isSelfTestFirmware());
 }
 
-TEST(PlatformSdk, WithoutTheMiscellaneousBlockStartUpStops) {
-    ScopedRecordingLogger log;
-    auto const axi = windowWithDesign(11);
-    ScriptedProduct product(axi, {{1, 6}}); // 28 absent from this table
-    EXPECT_FALSE(product.registrationSucceeded());
-    EXPECT_THAT(log.lines(),
-                ElementsAre("ERROR: Failed to setup platform features - cannot continue"));
-    EXPECT_THAT(product.steps, ElementsAre("features 0"));
-    EXPECT_TRUE(product.getRegistry().isEmpty());
-    EXPECT_THAT(product.lookups, ElementsAre(28));
-    EXPECT_THAT(axi->accesses, IsEmpty());
+TEST(MiscellaneousRegisterApi, VolumeAndTestToneWords) {
+    struct Case {
+        int volume; // a tone when 0
+        unsigned long frequency;
+        float highPercent;
+        std::vector<Calvento::testing::AxiTransfer> writes;
+    };
+    for (Case const& c : std::vector<Case>{
+             {50, 0, 0, {axiWr(kSub, 0x07, 2097150)}}, // 22-bit gain fraction, 41943 a percent
+             {100, 0, 0, {axiWr(kSub, 0x07, 4194300)}},
+             {101, 0, 0, {axiWr(kSub, 0x07, 41939)}}, // wraps, no clamping
+             {-1, 0, 0, {axiWr(kSub, 0x07, 4152361)}},
+             {0, 256, 50.0F, {axiWr(kSub, 0x08, 395507), axiWr(kSub, 0x09, 791014)}},
+             {0, 1000, 25.0F, {axiWr(kSub, 0x08, 50624), axiWr(kSub, 0x09, 202499)}},
+             {0, 202500001, 50.0F, {axiWr(kSub, 0x08, 0), axiWr(kSub, 0x09, 0x0FFFFFFF)}},
+             {0, 1000, 150.0F, {axiWr(kSub, 0x08, 303748), axiWr(kSub, 0x09, 202499)}},
+             {0, 48000, 33.3F, {axiWr(kSub, 0x08, 1404), axiWr(kSub, 0x09, 4217)}}}) {
+        Block b;
+        c.volume != 0 ? b.misc.setFrontPanelAudioVolume(c.volume)
+                      : b.misc.testPatternGeneratorFrequency(c.frequency, c.highPercent);
+        EXPECT_EQ(b.axi->accesses, c.writes) << c.volume << " " << c.frequency;
+    }
+}
+
+TEST(MiscellaneousRegisterApi, GpioPtpAndPpsRegisters) {
+    Block b;
+    MiscellaneousRegisterApi::GpioSetup setup{0xDEADBEEF, {1, 2, 3, 63, 0x45, 0xFFFFFFFF, 0, 0x2A}};
+    b.misc.write_gpio(setup);
+    b.axi->set(kSub, 0x0A, 0xA5A5F00F);
+    EXPECT_EQ(b.misc.read_gpio(), 0xA5A5F00FU);
+    for (unsigned int word : {0x92345678U, 0x7FFFFFFFU}) {
+        b.axi->set(kSub, 0x13, word);
+        auto const delay = b.misc.readPtpDelay();
+        EXPECT_EQ(std::vector<unsigned int>({delay.flagHigh, delay.flagLow, delay.delay}),
+                  std::vector<unsigned int>({word >> 31, (word >> 30) & 1, word & 0x3FFFFFFF}));
+    }
+    b.misc.setPpsRelativeSource(MiscellaneousRegisterApi::PPS_RELATIVE_PTP);
+    EXPECT_THAT(b.axi->accesses,
+                ElementsAre(axiWr(kSub, 0x0B, 0x00FC3081), axiWr(kSub, 0x0C, 0x00A80FC5),
+                            axiWr(kSub, 0x0D, 0xDEADBEEF), axiRd(kSub, 0x0A, 0xA5A5F00F),
+                            axiRd(kSub, 0x13, 0x92345678), axiRd(kSub, 0x13, 0x7FFFFFFF),
+                            axiWr(kSub, 0x12, MiscellaneousRegisterApi::PPS_RELATIVE_PTP)));
+}
+
+// The Si5367 set-up of the board's clock plan, as (register, value), on I2C
+// device 21; ICAL (136) last.
+TEST(Clock1001SynthesizerSi5367c, WritesTheConfigurationInOrderAfterTenMilliseconds) {
+    std::vector<std::pair<unsigned int, unsigned int>> const sequence = {
+        {0, 0x34},   {1, 0xE4},   {2, 0x72},   {3, 0x15},   {4, 0x12},   {5, 0xED},   {6, 0x3F},
+        {7, 0x2A},   {8, 0x00},   {9, 0xC0},   {10, 0x00},  {11, 0x42},  {19, 0x29},  {20, 0x37},
+        {21, 0xFF},  {22, 0xDD},  {23, 0x1F},  {24, 0x3F},  {25, 0x40},  {31, 0x00},  {32, 0x00},
+        {33, 0x05},  {34, 0x00},  {35, 0x00},  {36, 0x05},  {40, 0xA0},  {41, 0x0F},  {42, 0x9F},
+        {43, 0x00},  {44, 0x03},  {45, 0xE8},  {46, 0x00},  {47, 0x03},  {48, 0xE8},  {55, 0x00},
+        {131, 0x1F}, {132, 0x02}, {137, 0x00}, {138, 0x0D}, {139, 0xDD}, {142, 0x00}, {143, 0x00},
+        {136, 0x40}};
+    std::vector<RecordingI2c::Write> expected;
+    for (int run = 0; run < 2; ++run) {
+        for (auto const& [reg, value] : sequence) {
+            expected.emplace_back(21, reg, value);
+        }
+    }
+    auto i2c = std::make_shared<RecordingI2c>();
+    i2c->writeResult = false; // a failed write does not stop the sequence
+    Clock1001SynthesizerSi5367cRegisterApi clock(i2c);
+    auto const start = std::chrono::steady_clock::now();
+    clock.setupClockSynthesizer();
+    EXPECT_GE(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(10));
+    clock.setupClockSynthesizer();
+    EXPECT_EQ(i2c->writes, expected);
+    EXPECT_EQ(i2c->otherOperations, 0);
 }
 
 } // namespace
