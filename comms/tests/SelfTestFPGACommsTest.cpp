@@ -16,7 +16,7 @@ struct Instrument {
     Calvento::testing::GpioTree gpio;
     Calvento::PlatformPaths paths = gpio.paths();
     explicit Instrument(std::uint32_t design) {
-        paths.axiDevice = window.path();
+        paths.axiDevice = window.paths().axiDevice;
         paths.i2cDevicePrefix = gpio.dir() + "/i2c-";
         gpio.setGroup(0, 65);
         gpio.setGroup(2, 5);
