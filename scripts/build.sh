@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# build.sh <build-dir> [extra cmake args...]: configure (once) and build.
+# build.sh <build-dir> [extra cmake args...]: configure (once) and build
+# everything, or only the targets named in FPT_BUILD_TARGETS.
 set -euo pipefail
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
 BUILD_DIR=$1
@@ -19,4 +20,8 @@ fi
 if [[ ! -f "$BUILD_DIR/build.ninja" ]]; then
     cmake -S "$ROOT" -B "$BUILD_DIR" -G Ninja "${launcher[@]}" "$@" >/dev/null
 fi
-cmake --build "$BUILD_DIR" -j "$(nproc)"
+targets=()
+for target in ${FPT_BUILD_TARGETS:-}; do
+    targets+=(--target "$target")
+done
+cmake --build "$BUILD_DIR" -j "$(nproc)" "${targets[@]}"

@@ -7,8 +7,8 @@
 # Everything here dies with the namespace.
 set -euo pipefail
 
-BUILD_DIR=$1 STATE_DIR=$2 DESIGN=$3 JACK=$4 NEXUS=$5 NEXUS_MODE=$6
-shift 6
+BUILD_DIR=$1 STATE_DIR=$2 DESIGN=$3 JACK=$4 NEXUS=$5 NEXUS_MODE=$6 INPUT_RECORD=$7
+shift 7
 [[ ${1:-} == -- ]] && shift
 HERE=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 ROOT=$(cd "$HERE/../.." && pwd)
@@ -76,7 +76,7 @@ echo "$BUILD_DIR/tools/emulator/libcv084-device-bridge.so" >$RUN/etc/upper/ld.so
 mount -t overlay cv084-etc -o lowerdir=/etc,upperdir=$RUN/etc/upper,workdir=$RUN/etc/work /etc
 
 emulator_args=(--design "$DESIGN" --jack "$JACK" --state-dir $RUN/state --run-dir $RUN
-    --ready-file $RUN/ready)
+    --ready-file $RUN/ready ${INPUT_RECORD:+--input-record "$INPUT_RECORD"})
 "$BUILD_DIR/tools/emulator/cv084-emulator" "${emulator_args[@]}" &
 emulator=$!
 

@@ -17,6 +17,9 @@
 #                     panel's detector reports nothing until plugged)
 #   --state-dir DIR   keep results, syslog and repository uploads here
 #                     (default: a temporary directory, removed afterwards)
+#   --input-record N  bytes per input event record: 16 for a 32-bit program
+#                     (an armhf build under qemu-user), 24 for a 64-bit one
+#                     (default: the emulator's own word size)
 #   --no-nexus        do not start the test repository server
 #   --nexus-mode M    the server's behaviour: normal, error500, hang or failN
 #                     (the first N requests answered 500, then normal)
@@ -32,6 +35,7 @@ JACK=out
 STATE_DIR=
 NEXUS=1
 NEXUS_MODE=normal
+INPUT_RECORD=
 
 while (($#)); do
     case $1 in
@@ -39,6 +43,7 @@ while (($#)); do
     --design) DESIGN=$2; shift 2 ;;
     --jack) JACK=$2; shift 2 ;;
     --state-dir) STATE_DIR=$2; shift 2 ;;
+    --input-record) INPUT_RECORD=$2; shift 2 ;;
     --no-nexus) NEXUS=0; shift ;;
     --nexus-mode) NEXUS_MODE=$2; shift 2 ;;
     --) shift; break ;;
@@ -89,7 +94,7 @@ trap 'exit 129' HUP
 exec {tty_in}<&0
 setpriv --pdeathsig KILL -- \
     unshare --mount --net --pid --fork --kill-child --mount-proc --propagation private -- \
-    "$HERE/ns-init.sh" "$BUILD_DIR" "$STATE_DIR" "$DESIGN" "$JACK" "$NEXUS" "$NEXUS_MODE" -- "$@" \
+    "$HERE/ns-init.sh" "$BUILD_DIR" "$STATE_DIR" "$DESIGN" "$JACK" "$NEXUS" "$NEXUS_MODE" "$INPUT_RECORD" -- "$@" \
     <&"$tty_in" &
 child=$!
 status=0

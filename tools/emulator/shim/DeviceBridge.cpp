@@ -7,6 +7,10 @@
 //    EVIOCGRAB, 1)), but FUSE decodes the request number, which declares an
 //    int pointer, and so faults on the value. For descriptors on the
 //    emulated input nodes only, the value is passed on by address.
+//    qemu-user (an armhf build of the program run on this machine) knows no
+//    evdev request and refuses EVIOCGRAB with ENOSYS; there the grab goes
+//    as TIOCEXCL/TIOCNXCL, which qemu passes through without an argument
+//    and which the emulated nodes take as grab and release.
 //  - "/proc/calv_pcie" belongs to the maker's PCIe driver; procfs cannot be
 //    overlaid, so opening that one name is sent to the emulation's file.
 
@@ -18,6 +22,7 @@
 #include <dlfcn.h>
 #include <fcntl.h>
 #include <linux/input.h>
+#include <sys/ioctl.h>
 #include <sys/vfs.h>
 #include <unistd.h>
 
@@ -69,7 +74,11 @@ int ioctl(int fd, unsigned long request, ...) {
     static Fn real = next<Fn>("ioctl");
     if (request == EVIOCGRAB && isEmulatedInput(fd)) {
         int value = arg != nullptr ? 1 : 0;
-        return real(fd, request, &value);
+        int result = real(fd, request, &value);
+        if (result != 0 && errno == ENOSYS) {
+            result = real(fd, value != 0 ? TIOCEXCL : TIOCNXCL, nullptr);
+        }
+        return result;
     }
     return real(fd, request, arg);
 }

@@ -8,6 +8,7 @@
 #include <fuse_lowlevel.h>
 #include <poll.h>
 #include <sys/epoll.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/time.h>
 #include <unistd.h>
@@ -16,11 +17,18 @@ namespace emu {
 
 namespace {
 
-constexpr size_t kRecord = sizeof(input_event);
 constexpr size_t kQueueLimit = 4096; // evdev drops old events past its buffer too
 
 InputDevices* self(fuse_req_t req) {
     return static_cast<InputDevices*>(fuse_req_userdata(req));
+}
+
+// Little-endian, `width` bytes.
+char* putLittleEndian(char* out, uint64_t value, size_t width) {
+    for (size_t i = 0; i < width; ++i) {
+        *out++ = char((value >> (8 * i)) & 0xff);
+    }
+    return out;
 }
 
 InputDevices::Client* clientOf(fuse_file_info* fi) {
@@ -125,6 +133,15 @@ void opPoll(fuse_req_t req, fuse_ino_t, fuse_file_info* fi, fuse_pollhandle* ph)
     self(req)->poll(req, clientOf(fi), ph);
 }
 
+void replyGrab(fuse_req_t req, InputDevices::Client* client, int value) {
+    int err = self(req)->grab(client, value);
+    if (err != 0) {
+        fuse_reply_err(req, err);
+    } else {
+        fuse_reply_ioctl(req, 0, nullptr, 0);
+    }
+}
+
 void opIoctl(fuse_req_t req, fuse_ino_t, unsigned int cmd, void*, fuse_file_info* fi,
              unsigned flags, void const* inBuf, size_t inSize, size_t outSize) {
     if ((flags & FUSE_IOCTL_COMPAT) != 0) {
@@ -132,6 +149,12 @@ void opIoctl(fuse_req_t req, fuse_ino_t, unsigned int cmd, void*, fuse_file_info
         return;
     }
     InputDevices::Client* client = clientOf(fi);
+    if (cmd == TIOCEXCL || cmd == TIOCNXCL) {
+        // EVIOCGRAB as the device bridge sends it from under qemu-user,
+        // which refuses evdev requests but passes these on.
+        replyGrab(req, client, cmd == TIOCEXCL ? 1 : 0);
+        return;
+    }
     if (cmd == EVIOCGRAB) {
         // Arrives in pointer form: FUSE copies in the int that the request
         // number declares. The value-form call that a real evdev node takes
@@ -143,12 +166,7 @@ void opIoctl(fuse_req_t req, fuse_ino_t, unsigned int cmd, void*, fuse_file_info
         }
         int value;
         std::memcpy(&value, inBuf, sizeof value);
-        int err = self(req)->grab(client, value);
-        if (err != 0) {
-            fuse_reply_err(req, err);
-        } else {
-            fuse_reply_ioctl(req, 0, nullptr, 0);
-        }
+        replyGrab(req, client, value);
         return;
     }
     if (cmd == EVIOCGVERSION && outSize >= sizeof(int)) {
@@ -181,7 +199,8 @@ void onReadInterrupted(fuse_req_t req, void* data) {
 
 } // namespace
 
-InputDevices::InputDevices(EventLoop& loop) : loop_(loop) {
+InputDevices::InputDevices(EventLoop& loop, size_t recordSize)
+    : loop_(loop), recordSize_(recordSize) {
     nodes_.push_back(std::unique_ptr<Node>(
         new Node{2, "cv084_fp_keyboard", "CV084 Front Panel Keyboard", Keyboard}));
     nodes_.push_back(std::unique_ptr<Node>(
@@ -290,7 +309,7 @@ void InputDevices::closeClient(Client* client) {
 }
 
 void InputDevices::read(fuse_req* req, Client* client, size_t size, bool nonBlocking) {
-    if (size < kRecord) {
+    if (size < recordSize_) {
         fuse_reply_err(req, EINVAL);
         return;
     }
@@ -323,13 +342,26 @@ void InputDevices::deliver(Client* client) {
     while (!client->pending.empty() && !client->queue.empty()) {
         PendingRead p = client->pending.front();
         client->pending.pop_front();
-        size_t count = std::min(p.size / kRecord, client->queue.size());
-        std::vector<input_event> out(client->queue.begin(),
-                                     client->queue.begin() + std::ptrdiff_t(count));
+        size_t count = std::min(p.size / recordSize_, client->queue.size());
+        std::vector<char> out(count * recordSize_);
+        for (size_t i = 0; i < count; ++i) {
+            encodeRecord(client->queue[i], out.data() + i * recordSize_);
+        }
         client->queue.erase(client->queue.begin(), client->queue.begin() + std::ptrdiff_t(count));
         fuse_req_interrupt_func(p.req, nullptr, nullptr);
-        fuse_reply_buf(p.req, reinterpret_cast<char const*>(out.data()), count * kRecord);
+        fuse_reply_buf(p.req, out.data(), out.size());
     }
+}
+
+void InputDevices::encodeRecord(input_event const& ev, char* out) const {
+    // The two time fields are the reader's `long`: 4 bytes each on a 32-bit
+    // controller, 8 on a 64-bit one; type, code and value never change size.
+    size_t timeWidth = (recordSize_ - 8) / 2;
+    out = putLittleEndian(out, uint64_t(ev.input_event_sec), timeWidth);
+    out = putLittleEndian(out, uint64_t(ev.input_event_usec), timeWidth);
+    out = putLittleEndian(out, ev.type, 2);
+    out = putLittleEndian(out, ev.code, 2);
+    putLittleEndian(out, uint32_t(ev.value), 4);
 }
 
 void InputDevices::poll(fuse_req* req, Client* client, fuse_pollhandle* ph) {

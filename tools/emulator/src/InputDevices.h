@@ -5,7 +5,9 @@
 // "cv084_fp_mouse" (the shaft encoder as EV_REL/REL_WHEEL). Each open file
 // is one evdev client with its own queue of whole `struct input_event`
 // records; EVIOCGRAB gives one client the device exclusively, as the
-// kernel's evdev does.
+// kernel's evdev does. Records are laid out for the reader's word size:
+// 16 bytes for a 32-bit program (the instrument's controller, or an armhf
+// build under qemu-user), 24 for a 64-bit one.
 
 #include "EventLoop.h"
 
@@ -27,7 +29,10 @@ class InputDevices {
 public:
     enum Device { Keyboard = 0, Mouse = 1 };
 
-    explicit InputDevices(EventLoop& loop);
+    static constexpr size_t kRecord32 = 16;
+    static constexpr size_t kRecord64 = 24;
+
+    InputDevices(EventLoop& loop, size_t recordSize);
     ~InputDevices();
     InputDevices(InputDevices const&) = delete;
     InputDevices& operator=(InputDevices const&) = delete;
@@ -65,8 +70,10 @@ public:
 private:
     void onFuseReadable();
     void deliver(Client* client);
+    void encodeRecord(input_event const& ev, char* out) const;
 
     EventLoop& loop_;
+    size_t recordSize_;
     fuse_session* session_ = nullptr;
     int fuseFd_ = -1;
     std::vector<std::unique_ptr<Node>> nodes_;

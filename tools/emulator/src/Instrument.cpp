@@ -121,7 +121,7 @@ bool writeFile(std::string const& path, std::string const& text) {
 
 Instrument::Instrument(Options opts)
     : opts_(std::move(opts)), serial_(loop_, opts_.panelVersion, opts_.panelFpgaVersion),
-      input_(loop_), regs_(loop_, opts_.runDir + "/xdma0_user") {}
+      input_(loop_, opts_.inputRecordSize), regs_(loop_, opts_.runDir + "/xdma0_user") {}
 
 Instrument::~Instrument() {
     for (auto& c : conns_) {

@@ -24,7 +24,8 @@ struct Options {
     unsigned firmwareVersion = 0x0103;
     uint32_t firmwareBuild = 0x07e90b16;
     bool jackIn = false;
-    bool jackSilent = false; // the detector reports nothing
+    bool jackSilent = false;                      // the detector reports nothing
+    size_t inputRecordSize = sizeof(input_event); // what a program built here reads
     std::string panelVersion = "V1.4.0";
     std::string panelFpgaVersion = "F0.9.2";
     std::string calvPcie = "1 11 3 0 22\n";

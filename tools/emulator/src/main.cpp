@@ -23,6 +23,8 @@ void usage() {
         "  --design N            FPGA firmware design in the register window (11 = "
         "self-test image)\n"
         "  --jack in|out|unknown headphone jack at start (unknown: the panel never reports it)\n"
+        "  --input-record 16|24  bytes per input event record: 16 for a 32-bit reader, 24 for\n"
+        "                        a 64-bit one (default: this build's own)\n"
         "  --panel-version TEXT  the panel's answer to V (default V1.4.0)\n"
         "  --panel-fpga TEXT     the panel's F line sent after it (empty: none)\n"
         "  --state-dir DIR       where syslog.log is kept\n"
@@ -45,6 +47,7 @@ int main(int argc, char** argv) {
     std::string readyFile;
     static option longOpts[] = {{"design", required_argument, nullptr, 'd'},
                                 {"jack", required_argument, nullptr, 'j'},
+                                {"input-record", required_argument, nullptr, 'i'},
                                 {"panel-version", required_argument, nullptr, 'v'},
                                 {"panel-fpga", required_argument, nullptr, 'f'},
                                 {"state-dir", required_argument, nullptr, 's'},
@@ -61,6 +64,14 @@ int main(int argc, char** argv) {
         case 'j':
             opts.jackIn = std::strcmp(optarg, "in") == 0;
             opts.jackSilent = std::strcmp(optarg, "unknown") == 0;
+            break;
+        case 'i':
+            opts.inputRecordSize = std::strtoul(optarg, nullptr, 10);
+            if (opts.inputRecordSize != emu::InputDevices::kRecord32 &&
+                opts.inputRecordSize != emu::InputDevices::kRecord64) {
+                usage();
+                return 2;
+            }
             break;
         case 'v':
             opts.panelVersion = optarg;

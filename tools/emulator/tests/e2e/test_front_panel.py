@@ -473,24 +473,14 @@ class JackUnknown(OperatorCase):
 
 
 class UploadFailure(OperatorCase):
-    """Started with no repository, one that answers 500, or one that never answers."""
+    """Started with no repository at all: the failure is reported, the results stay."""
 
     def test_failure_reported_and_results_kept(self):
-        mode = os.environ["EXPECT_NEXUS"]
         self.from_menu()
-        began = time.monotonic()
         self.st.type("u")
         self.st.wait_for("Nexus Upload Failed, are you connected to the network?", timeout=60)
-        waited = time.monotonic() - began
         self.results_are(self.finish(0), NOT_RUN)
-        statuses = [r["status"] for r in self.uploads()]
-        if mode == "error500":
-            self.assertEqual(statuses, [500, 500, 500])
-            self.assertFalse(os.listdir(os.path.join(STATE_DIR, "nexus")))
-        elif mode == "hang":
-            self.assertEqual(len(statuses), 3)
-            self.assertGreaterEqual(waited, 30.0)  # three attempts of 10 s each
-            self.assertLess(waited, 40.0)
+        self.assertEqual(self.uploads(), [])
 
 
 class StartFailure(OperatorCase):

@@ -111,9 +111,13 @@ class SilentRepository(UploadCase):
 
     def test_operator_told_at_once_and_second_instance_busy(self):
         st = self.operator_run(SERIAL, "u")
+        began = time.monotonic()
         [results] = st.results_files()
         self.wait_text(f"Uploading {results} to https://nexus.cv084.test ...", 2)
         self.failed_upload(st, 40)
+        # Three attempts of 10 s each, then the failure.
+        self.assertEqual(len(requests()), 3)
+        self.assertTrue(30.0 <= time.monotonic() - began < 42.0)
 
         first = subprocess.Popen([os.environ["FPT_UPLOAD_PROGRAM"]], stdout=subprocess.DEVNULL,
                                  stderr=subprocess.DEVNULL)
