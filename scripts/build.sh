@@ -1,5 +1,6 @@
 #!/usr/bin/env bash
-# build.sh <build-dir> [extra cmake args...]: configure (once) and build.
+# build.sh <build-dir> [extra cmake args...]: configure (once) and build
+# everything, or only $FPT_BUILD_TARGET when that is set.
 set -euo pipefail
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
 BUILD_DIR=$1
@@ -19,4 +20,4 @@ fi
 if [[ ! -f "$BUILD_DIR/build.ninja" ]]; then
     cmake -S "$ROOT" -B "$BUILD_DIR" -G Ninja "${launcher[@]}" "$@" >/dev/null
 fi
-cmake --build "$BUILD_DIR" -j "$(nproc)"
+cmake --build "$BUILD_DIR" -j "$(nproc)" ${FPT_BUILD_TARGET:+--target "$FPT_BUILD_TARGET"}
