@@ -40,7 +40,7 @@ TEST(KeyDerivation, SeedsMt19937AndDiscardsBeforeDrawing) {
     EXPECT_NE(shiftedKey, key);
 }
 
-TEST(CredentialCipher, MatchesOpenSslAes256CbcWithPadding) {
+TEST(CredentialCipher, EnciphersAsOpenSslAes256CbcWithPadding) {
     // From: printf 'user:password' | openssl enc -aes-256-cbc -K 0001..1f -iv 0001..0f
     std::vector<std::uint8_t> const expected = {0xb9, 0xbd, 0x7e, 0x10, 0xf1, 0x9c, 0x52, 0x15,
                                                 0x3b, 0x19, 0x56, 0x89, 0x74, 0x19, 0xd5, 0x9c};
@@ -55,9 +55,6 @@ TEST(CredentialCipher, MatchesOpenSslAes256CbcWithPadding) {
     std::vector<std::uint8_t> block;
     ASSERT_TRUE(nexus::encipherCredential(plain.data(), plain.size(), key, iv, block));
     EXPECT_EQ(block, expected);
-    nexus::SecureBytes back;
-    ASSERT_TRUE(nexus::decipherCredential(expected.data(), expected.size(), key, iv, back));
-    EXPECT_EQ(std::vector<std::uint8_t>(back.data(), back.data() + back.size()), plain);
 }
 
 } // namespace

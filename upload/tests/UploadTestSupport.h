@@ -1,29 +1,32 @@
 #pragma once
 
-// What both upload test programs share: the debug-channel capture, the lines
-// of a failed upload, file helpers.
+// What both upload test programs share: the code under test, the
+// debug-channel capture, the lines of a failed upload, file helpers.
 
-#include <cstdio>
+#include "upload/NexusUpload.h"
+#include "upload/ProductionArtifactsNexusRepo.h"
+
 #include <mutex>
 #include <string>
 #include <vector>
 
-#include <QByteArray>
 #include <QFile>
-#include <QString>
-#include <QtGlobal>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <gtest/gtest.h>
 
 namespace uploadtest {
 
-// Every message of the "default" category (the upload's own) while it lives;
-// Qt's categorised messages go on to stderr.
+// Every message of the "default" category (the upload's own) while it lives.
 class DebugMessages {
 public:
     DebugMessages() {
+        std::lock_guard<std::mutex> lock(mutex_);
         lines_.clear();
-        previous_ = qInstallMessageHandler(&handle);
+        qInstallMessageHandler(&handle);
     }
-    ~DebugMessages() { qInstallMessageHandler(previous_); }
+    ~DebugMessages() { qInstallMessageHandler(nullptr); }
     std::vector<std::string> lines() const {
         std::lock_guard<std::mutex> lock(mutex_);
         return lines_;
@@ -31,27 +34,21 @@ public:
 
 private:
     static void handle(QtMsgType, QMessageLogContext const& context, QString const& text) {
+        std::lock_guard<std::mutex> lock(mutex_);
         if (context.category != nullptr && std::string(context.category) == "default") {
-            std::lock_guard<std::mutex> lock(mutex_);
             lines_.push_back(text.toStdString());
-        } else {
-            std::fprintf(stderr, "%s\n", qPrintable(text));
         }
     }
     static inline std::mutex mutex_;
     static inline std::vector<std::string> lines_;
-    QtMessageHandler previous_ = nullptr;
 };
 
 // One attempt's own line per attempt, each followed by "retrying", and
 // "aborting" after the last.
 inline std::vector<std::string> failedUploadLines(std::string const& attemptLine) {
-    std::vector<std::string> lines;
-    for (int i = 0; i < 3; ++i) {
-        lines.insert(lines.end(), {attemptLine, "nexusUpload() failed - retrying"});
-    }
-    lines.push_back("nexusUpload() failed - aborting");
-    return lines;
+    std::string const retry = "nexusUpload() failed - retrying";
+    std::string const abort = "nexusUpload() failed - aborting";
+    return {attemptLine, retry, attemptLine, retry, attemptLine, retry, abort};
 }
 
 inline QByteArray readFile(QString const& path) {
