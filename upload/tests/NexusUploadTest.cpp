@@ -16,7 +16,6 @@ TEST(ProductionArtifactsNexusRepo, GenerateTargetDirFillsThreePartsVerbatim) {
 TEST(ProductionArtifactsNexusRepo, PlainPasswordIsInNoBuildOutput) {
     QByteArray credential = readFile(FPT_TEST_CREDENTIAL_FILE).trimmed();
     QByteArray const password = credential.mid(credential.indexOf(':') + 1);
-    ASSERT_GE(password.size(), 8);
     for (char const* path : {FPT_TEST_PROVISIONED_SOURCE, FPT_TEST_UPLOAD_LIBRARY,
                              FPT_TEST_GENERATOR, "/proc/self/exe"}) {
         QByteArray const content = readFile(path);
