@@ -25,7 +25,7 @@ for seeds in $(find . -path ./build -prune -o -type d -path '*/fuzz/corpus/*' -p
     rm -f "$BUILD/crashes/$name-"*
     log=$BUILD/logs/$name.log
     # New inputs go to the work corpus; the committed seeds are only read.
-    "$binary" -max_total_time="$SECONDS_EACH" -use_value_profile=1 -close_fd_mask=3 -print_final_stats=1 \
+    "$binary" -max_total_time="$SECONDS_EACH" -use_value_profile=1 -timeout=10 -close_fd_mask=3 -print_final_stats=1 \
         -artifact_prefix="$BUILD/crashes/$name-" "$work" "$seeds" >"$log" 2>&1 || true
     runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -n 1)
     crashes=$(find $BUILD/crashes -name "$name-*" | wc -l)

@@ -18,7 +18,8 @@ template <typename Link> size_t feedThroughPipe(Link& link, uint8_t const* data,
     link.fd = ends[0]; // closed by the link
     size_t fed = 0;
     for (size_t pos = 0; pos < size;) {
-        size_t const chunk = std::min<size_t>(data[pos++], size - pos);
+        size_t const chunk = std::min<size_t>(data[pos], size - pos - 1);
+        ++pos;
         fed += static_cast<size_t>(std::max<ssize_t>(0, ::write(ends[1], data + pos, chunk)));
         pos += chunk;
         link.servicePort();
