@@ -17,7 +17,7 @@ FPT_BUILD_TARGET=fuzzers scripts/build.sh $BUILD -DCMAKE_BUILD_TYPE=RelWithDebIn
     -DFPT_BUILD_TESTS=OFF -DFPT_WARNINGS_AS_ERRORS=OFF >/dev/null
 
 status=0
-for seeds in $(find . -path ./build -prune -o -type d -path '*/fuzz/corpus/*' -print | sort); do
+for seeds in $(find . -path './build*' -prune -o -type d -path '*/fuzz/corpus/*' -print | sort); do
     name=$(basename "$seeds")
     binary=$(find $BUILD -type f -name "$name" -perm -u+x | head -n 1)
     work=$BUILD/corpus/$name
@@ -25,8 +25,10 @@ for seeds in $(find . -path ./build -prune -o -type d -path '*/fuzz/corpus/*' -p
     rm -f "$BUILD/crashes/$name-"*
     log=$BUILD/logs/$name.log
     # New inputs go to the work corpus; the committed seeds are only read.
-    "$binary" -max_total_time="$SECONDS_EACH" -use_value_profile=1 -timeout=10 -close_fd_mask=3 -print_final_stats=1 \
-        -artifact_prefix="$BUILD/crashes/$name-" "$work" "$seeds" >"$log" 2>&1 || true
+    # A hang counts as a crash; the program's own messages are not wanted.
+    "$binary" -max_total_time="$SECONDS_EACH" -timeout=10 -use_value_profile=1 \
+        -close_fd_mask=3 -print_final_stats=1 -artifact_prefix="$BUILD/crashes/$name-" \
+        "$work" "$seeds" >"$log" 2>&1 || true
     runs=$(sed -n 's/^stat::number_of_executed_units: *//p' "$log" | tail -n 1)
     crashes=$(find $BUILD/crashes -name "$name-*" | wc -l)
     echo "fuzz $name: ${runs:-0} runs, $crashes crashes"
