@@ -5,7 +5,7 @@
 #include <thread>
 
 #include "app/CursesTerminal.h"
-#include "upload/companion/JournaledUpload.h"
+#include "upload/JournaledUpload.h"
 
 namespace {
 

@@ -11,3 +11,18 @@ if(FPT_SANITIZE)
   add_compile_options(${FPT_SANITIZER_FLAGS})
   add_link_options(${FPT_SANITIZER_FLAGS})
 endif()
+
+# Release programs carry no symbol table (see the install rules).
+add_link_options($<$<OR:$<CONFIG:Release>,$<CONFIG:MinSizeRel>>:-s>)
+
+# libFuzzer harnesses (scripts/fuzz.sh, clang only): every library is built
+# with coverage and the sanitizers, and with the standard library's bounds
+# checks (an index past a member array stays inside the object, where the
+# address sanitizer cannot see it); only the harnesses link libFuzzer's main.
+option(FPT_FUZZ "Build the libFuzzer harnesses in <module>/fuzz (clang)" OFF)
+if(FPT_FUZZ)
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined
+                      -fno-sanitize-recover=undefined -fno-omit-frame-pointer
+                      -D_GLIBCXX_ASSERTIONS)
+  add_link_options(-fsanitize=address,undefined)
+endif()

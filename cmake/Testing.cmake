@@ -18,3 +18,16 @@ function(fpt_add_test name)
     PROPERTIES LABELS "${T_LABELS}" TIMEOUT ${T_TIMEOUT}
     DISCOVERY_TIMEOUT 60)
 endfunction()
+
+# fpt_add_fuzzer(<name> SOURCES <files...> LIBS <targets...>): one libFuzzer
+# harness, built by the target "fuzzers"; its seeds are in <dir>/corpus/<name>.
+function(fpt_add_fuzzer name)
+  cmake_parse_arguments(F "" "" "SOURCES;LIBS" ${ARGN})
+  add_executable(${name} ${F_SOURCES})
+  target_link_libraries(${name} PRIVATE ${F_LIBS})
+  target_link_options(${name} PRIVATE -fsanitize=fuzzer)
+  if(NOT TARGET fuzzers)
+    add_custom_target(fuzzers)
+  endif()
+  add_dependencies(fuzzers ${name})
+endfunction()

@@ -19,6 +19,8 @@ PACKAGES=(
     libssl-dev openssl ca-certificates
     libncurses-dev
     libgtest-dev libgmock-dev
+    # the libFuzzer harnesses (scripts/fuzz.sh)
+    clang libclang-rt-14-dev
     # the emulated instrument and the end-to-end tests
     libfuse3-dev fuse3 bubblewrap tmux python3 util-linux procps iproute2
     "$@"

@@ -11,6 +11,7 @@ status=0
 scripts/build.sh build/release -DCMAKE_BUILD_TYPE=RelWithDebInfo
 (cd build/release && ctest --output-on-failure -j "$(nproc)") || status=1
 scripts/armhf.sh build/release || status=1
+scripts/fuzz.sh 20 || status=1
 
 scripts/build.sh build/asan -DCMAKE_BUILD_TYPE=Debug -DFPT_SANITIZE=ON
 # The sanitizer pass repeats the unit tests; the end-to-end ones already ran.

@@ -1,8 +1,8 @@
-// fpt_nexus_credential_block: runs at build time and writes the C++ source
+// fpt_nexus_credential_block: runs at build time and writes the C++ fragment
 // that provisions the artifact repository (see upload/Provisioning.h).
 //
 //   fpt_nexus_credential_block --credential-file FILE --seed N --discard N
-//                              --base-url https://HOST[:PORT] --output FILE.cpp
+//                              --base-url https://HOST[:PORT] --output FILE.inc
 //
 // FILE holds "user:password" (one trailing line break is ignored). The
 // credential is enciphered with the key derived from seed and discard; only
@@ -18,6 +18,7 @@
 #include <fstream>
 #include <iterator>
 #include <map>
+#include <random>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -26,6 +27,7 @@
 
 #include "upload/CredentialCipher.h"
 #include "upload/KeyDerivation.h"
+#include "upload/Provisioning.h"
 
 namespace {
 
@@ -110,22 +112,34 @@ bool validCredential(nexus::SecureBytes const& credential) {
     return colon != 0 && colon != credential.size();
 }
 
+// The fragment Provisioning.cpp includes: everything with internal linkage
+// and a name that says nothing; seed, discard count and block masked as one
+// array with a salt drawn for this build.
 std::string renderSource(std::string const& baseUrl, std::uint32_t seed, std::uint32_t discard,
                          std::vector<std::uint8_t> const& block) {
+    std::vector<std::uint8_t> data;
+    for (std::uint32_t word : {seed, discard}) {
+        for (int shift = 0; shift < 32; shift += 8) {
+            data.push_back(static_cast<std::uint8_t>(word >> shift));
+        }
+    }
+    data.insert(data.end(), block.begin(), block.end());
+    std::random_device random;
+    std::uint64_t const salt = std::uint64_t{random()} << 32 | random();
+    nexus::applyMask(salt, data.data(), data.size());
+
     std::ostringstream out;
     out << "// Written at build time by " << kTool << ". Do not edit, do not commit.\n"
-        << "#include \"upload/Provisioning.h\"\n\n"
-        << "namespace nexus::provisioned {\n\n"
-        << "char const kBaseAddress[] = \"" << baseUrl << "\";\n"
-        << "std::uint32_t const kKeySeed = " << seed << "u;\n"
-        << "std::uint32_t const kKeyDiscard = " << discard << "u;\n"
-        << "std::array<std::uint8_t, kCredentialBlockSize> const kCredentialBlock = {{";
+        << "#include <cstdint>\n\nnamespace {\n\n"
+        << "constexpr char kAddress[] = \"" << baseUrl << "\";\n"
+        << "constexpr std::uint64_t kMix = " << salt << "ull;\n"
+        << "constexpr std::uint8_t kData[" << data.size() << "] = {";
     char hex[8];
-    for (std::size_t i = 0; i < block.size(); ++i) {
-        std::snprintf(hex, sizeof hex, "0x%02x", static_cast<unsigned>(block[i]));
-        out << (i % 12 == 0 ? "\n    " : " ") << hex << (i + 1 < block.size() ? "," : "");
+    for (std::size_t i = 0; i < data.size(); ++i) {
+        std::snprintf(hex, sizeof hex, "0x%02x", static_cast<unsigned>(data[i]));
+        out << (i % 12 == 0 ? "\n    " : " ") << hex << (i + 1 < data.size() ? "," : "");
     }
-    out << "\n}};\n\n} // namespace nexus::provisioned\n";
+    out << "\n};\n\n} // namespace\n";
     return out.str();
 }
 

@@ -1,5 +1,6 @@
 #include "upload/NexusUpload.h"
 
+#include <cstring>
 #include <exception>
 #include <memory>
 
@@ -30,6 +31,18 @@ namespace {
 // sends nothing at all.
 constexpr int kWaitTickMs = 50;
 
+// Zeroes a buffer when it is released, provided nothing shares it by then:
+// Qt copies header values by sharing, and writing to a shared QByteArray would
+// only detach and zero a fresh copy.
+struct WipedOnRelease {
+    QByteArray bytes;
+    ~WipedOnRelease() {
+        if (bytes.isDetached()) {
+            OPENSSL_cleanse(bytes.data(), static_cast<std::size_t>(bytes.size()));
+        }
+    }
+};
+
 QHttpPart formField(QByteArray const& disposition, QByteArray const& body) {
     QHttpPart part;
     part.setHeader(QNetworkRequest::ContentDispositionHeader, disposition);
@@ -48,8 +61,8 @@ NexusUpload::~NexusUpload() {
 }
 
 void NexusUpload::createKeys() {
-    nexus::deriveKeyMaterial(nexus::provisioned::kKeySeed, nexus::provisioned::kKeyDiscard, key,
-                             iv);
+    nexus::Provisioned const provisioned;
+    nexus::deriveKeyMaterial(provisioned.keySeed(), provisioned.keyDiscard(), key, iv);
 }
 
 void NexusUpload::wipeKeys() {
@@ -111,17 +124,28 @@ bool NexusUpload::uploadSingleTry(QByteArray const& credential, QString const& a
     multiPart->append(formField("form-data; name=\"raw.directory\"", targetDir.toUtf8()));
     multiPart->append(formField("form-data; name=\"raw.asset1.filename\"", fileName.toUtf8()));
 
+    // The header value is built in one buffer of its final size, handed to
+    // the request by sharing, and zeroed when this function lets go of it,
+    // as are the deciphered bytes and their base64 form (zeroed before
+    // sending). Out of our reach stay the copies Qt's network stack makes
+    // on its own while sending (its request queue and the TLS layer's
+    // buffers), which are freed without being wiped.
+    WipedOnRelease authorization;
     QNetworkRequest request{QUrl(address)};
     {
-        // fromRawData does not copy. The header value now belongs to the
-        // request (Qt keeps its own copies); what this function holds, the
-        // deciphered bytes and their base64 form, is zeroed before sending.
+        // fromRawData does not copy.
         QByteArray encoded = QByteArray::fromRawData(reinterpret_cast<char const*>(plain.data()),
                                                      static_cast<int>(plain.size()))
                                  .toBase64();
-        request.setRawHeader("Authorization", QByteArray("Basic ") + encoded);
-        OPENSSL_cleanse(encoded.data(), static_cast<std::size_t>(encoded.size()));
         plain.wipe();
+        QByteArray const scheme("Basic ");
+        authorization.bytes = QByteArray(scheme.size() + encoded.size(), Qt::Uninitialized);
+        std::memcpy(authorization.bytes.data(), scheme.constData(),
+                    static_cast<std::size_t>(scheme.size()));
+        std::memcpy(authorization.bytes.data() + scheme.size(), encoded.constData(),
+                    static_cast<std::size_t>(encoded.size()));
+        OPENSSL_cleanse(encoded.data(), static_cast<std::size_t>(encoded.size()));
+        request.setRawHeader("Authorization", authorization.bytes);
     }
 
     QNetworkAccessManager manager;

@@ -37,9 +37,6 @@ public:
     // Zeroes key and IV.
     void wipeKeys();
 
-    nexus::Key const& currentKey() const { return key; }
-    nexus::Iv const& currentIv() const { return iv; }
-
 private:
     nexus::Key key;
     nexus::Iv iv;

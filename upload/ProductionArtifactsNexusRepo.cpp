@@ -20,7 +20,7 @@ bool ProductionArtifactsNexusRepo::upload(NexusUpload& uploader, QString const& 
 }
 
 QString ProductionArtifactsNexusRepo::baseAddress() {
-    return QString::fromLatin1(nexus::provisioned::kBaseAddress);
+    return QString::fromLatin1(nexus::Provisioned::baseAddress());
 }
 
 QString ProductionArtifactsNexusRepo::requestAddress(QString const& base) {
@@ -28,6 +28,7 @@ QString ProductionArtifactsNexusRepo::requestAddress(QString const& base) {
 }
 
 QByteArray ProductionArtifactsNexusRepo::credentialBlock() {
-    auto const& block = nexus::provisioned::kCredentialBlock;
-    return QByteArray(reinterpret_cast<char const*>(block.data()), static_cast<int>(block.size()));
+    nexus::Provisioned const provisioned;
+    return QByteArray(reinterpret_cast<char const*>(provisioned.credentialBlock()),
+                      static_cast<int>(nexus::kCredentialBlockSize));
 }

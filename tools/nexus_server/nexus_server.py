@@ -17,8 +17,9 @@ of errors, an unknown repository or path 404.
 Fault modes for tests: --mode error500 answers every request with 500;
 --mode hang reads the request and never answers; --mode failN answers the
 first N requests with 500, then works normally. Every request is appended to
---record-file as one JSON line (method, path, query, headers, body, parts with
-their headers and bodies, status) before it is answered.
+--record-file as one JSON line (method, path, query, the user name, the headers
+but Authorization, body, parts with their headers and bodies, status) before
+it is answered.
 
 Once listening it prints "nexus_server: listening on https://HOST:PORT" on
 standard output (useful with --port 0).
@@ -125,7 +126,11 @@ class Handler(BaseHTTPRequestHandler):
             "path": split.path,
             "query": split.query,
             "request_line": self.requestline,
-            "headers": [[name, value] for name, value in self.headers.items()],
+            # Who uploaded, never the Authorization header's value: records
+            # end up in test logs and artifacts.
+            "user": self.basic_credential().partition(b":")[0].decode("latin-1"),
+            "headers": [[name, value] for name, value in self.headers.items()
+                        if name.lower() != "authorization"],
             "body_base64": base64.b64encode(body).decode("ascii"),
             "parts": [
                 {
@@ -237,16 +242,19 @@ class Handler(BaseHTTPRequestHandler):
         payload = json.dumps([{"id": i, "message": m} for i, m in pairs]).encode()
         return 400, payload, []
 
-    def authorised(self):
-        header = self.headers.get("Authorization", "")
-        scheme, _, token = header.partition(" ")
+    def basic_credential(self):
+        """The user:password of a basic Authorization header, or b"" without one."""
+        scheme, _, token = self.headers.get("Authorization", "").partition(" ")
         if scheme.lower() != "basic":
-            return False
+            return b""
         try:
-            given = base64.b64decode(token.strip(), validate=True)
+            return base64.b64decode(token.strip(), validate=True)
         except (binascii.Error, ValueError):
-            return False
-        return hmac.compare_digest(given, self.server.credential)
+            return b""
+
+    def authorised(self):
+        given = self.basic_credential()
+        return bool(given) and hmac.compare_digest(given, self.server.credential)
 
     def do_POST(self):
         self.handle_request()

@@ -18,8 +18,8 @@
 #include <QStringList>
 #include <QTextStream>
 
-#include "upload/companion/JournaledUpload.h"
-#include "upload/companion/UploadJournal.h"
+#include "upload/JournaledUpload.h"
+#include "upload/UploadJournal.h"
 
 namespace {
 

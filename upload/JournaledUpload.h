@@ -6,7 +6,7 @@
 
 #include <QString>
 
-#include "upload/companion/UploadJournal.h"
+#include "upload/UploadJournal.h"
 
 // The repository directory of a board's results: /CV084/<serial>/front_panel_test/.
 QString resultsTargetDir(QString const& serialNumber);

@@ -1,4 +1,4 @@
-#include "upload/companion/UploadJournal.h"
+#include "upload/UploadJournal.h"
 
 #include <algorithm>
 #include <cerrno>

@@ -1,4 +1,4 @@
-#include "upload/companion/JournaledUpload.h"
+#include "upload/JournaledUpload.h"
 
 #include <cstdio>
 
