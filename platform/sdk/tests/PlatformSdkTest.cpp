@@ -106,10 +106,6 @@ TEST(PlatformSdk, TheImageDecidesWhichBlocksExist) {
         EXPECT_EQ(converter->deviceId(), I2cDeviceId{16 + i});
         EXPECT_EQ(converter->getMclkRate(), AesSrc4382RegisterApi::MCLK_RATE_SELF_TEST_IMAGE);
     }
-    auto const clock =
-        std::dynamic_pointer_cast<I2cSubsystem>(production.sdk->getSubsystem(type(50), 0));
-    ASSERT_TRUE(clock);
-    EXPECT_EQ(clock->deviceId(), I2cDeviceId{21});
 }
 
 TEST(PlatformSdk, FrontPanelDacOnlyOnACv072WithAttributeThreeOrFour) {
