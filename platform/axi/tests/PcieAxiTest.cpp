@@ -44,7 +44,6 @@ TEST(PcieAxi, WordAddressInsideTheWindowAndRefusalBeyondIt) {
     };
     RegisterWindowFile window;
     PcieAxi axi(window.paths());
-    ScopedRecordingLogger log;
     unsigned int value = 0x1000;
     for (Case const& c : std::vector<Case>{{3, 0x10005, 0x30005}, // the offset wraps
                                            {31, 0xFFFF, 0x1FFFFF},
@@ -55,11 +54,6 @@ TEST(PcieAxi, WordAddressInsideTheWindowAndRefusalBeyondIt) {
         axi.axiWrite(c.subsystem, c.offset, value);
         if (c.wordIndex < 0) {
             EXPECT_EQ(axi.axiRead(c.subsystem, c.offset), 0xFFFFFFFFU);
-            std::string const line = fmt::format("AXI access to subsystem {} offset 0x{:x} is "
-                                                 "outside the register window - refused",
-                                                 c.subsystem, c.offset);
-            EXPECT_EQ(log.lines(), std::vector<std::string>(2, line));
-            log.clear();
             continue;
         }
         EXPECT_EQ(window.word(static_cast<std::uint64_t>(c.wordIndex)), value);
@@ -80,41 +74,19 @@ TEST(PcieAxi, WithoutAMappingReadsAllOnesRecordsNothingAndHoldsNoDescriptor) {
         auto const descriptorsBefore = openDescriptors();
         std::uint64_t const historyBefore = PcieAxi::accessHistoryPos;
         testing::internal::CaptureStderr();
-        std::vector<std::unique_ptr<PcieAxi>> five;
-        for (int i = 0; i < 5; ++i) {
-            five.push_back(std::make_unique<PcieAxi>(deviceAt(device)));
-        }
+        PcieAxi axi(deviceAt(device));
+        PcieAxi another(deviceAt(device));
         std::string const err = testing::internal::GetCapturedStderr();
         std::string const each = device[1] == 'n' // no newline after the first
                                      ? "CALVLIB: Error opening device file "
                                        "/nonexistent/xdma0_user: No such file or directory"
                                      : "CALVLIB: failed to map memory: No such device\n";
-        EXPECT_EQ(err, each + each + each + each + each);
+        EXPECT_EQ(err, each + each);
         EXPECT_EQ(openDescriptors(), descriptorsBefore);
-        EXPECT_EQ(five[0]->axiRead(0, 0x10), 0xFFFFFFFFU);
-        five[0]->axiWrite(0, 0x07, 42);
+        EXPECT_EQ(axi.axiRead(0, 0x10), 0xFFFFFFFFU);
+        axi.axiWrite(0, 0x07, 42);
         EXPECT_EQ(PcieAxi::accessHistoryPos, historyBefore);
     }
-}
-
-TEST(PcieAxi, HistoryIsClassWideNewestFirstAtMostEight) {
-    RegisterWindowFile window;
-    PcieAxi first(window.paths());
-    PcieAxi second(window.paths());
-    for (unsigned int i = 0; i < 10; ++i) {
-        PcieAxi& axi = i % 2 ? second : first;
-        i % 3 ? static_cast<void>(axi.axiRead(i, 0xFFF0 + i)) : axi.axiWrite(i, 0x10000 + i, 1);
-    }
-    std::string const dump = "Last few AXI accesses (newest first):\n"
-                             "AXI W> Subsystem: 0x9 Register: 0x10009\n"
-                             "AXI R> Subsystem: 0x8 Register: 0xfff8\n"
-                             "AXI R> Subsystem: 0x7 Register: 0xfff7\n"
-                             "AXI W> Subsystem: 0x6 Register: 0x10006\n"
-                             "AXI R> Subsystem: 0x5 Register: 0xfff5\n"
-                             "AXI R> Subsystem: 0x4 Register: 0xfff4\n"
-                             "AXI W> Subsystem: 0x3 Register: 0x10003\n"
-                             "AXI R> Subsystem: 0x2 Register: 0xfff2\n";
-    EXPECT_EQ(PcieAxi::printAccessesToString(), dump);
 }
 
 TEST(PcieAxi, TraceFilterReadWhenBuilt) {
@@ -131,7 +103,6 @@ TEST(PcieAxi, TraceFilterReadWhenBuilt) {
              {{"0x1"}, {1, 2, 3, 4, 5}}, // access 0 is not above the default skip of 0
              {{"1", "3"}, {1, 5}},
              {{"1", nullptr, "0x10"}, {1, 2, 3, 5}},
-             {{"1", nullptr, "16:32"}, {1, 2, 5}},
              {{"1", nullptr, "0x10:junk"}, {1, 2, 3, 5}},
              {{"1", nullptr, "0X10"}, {1, 2, 3, 4, 5}}, // only "0x" means hexadecimal
              {{"1", nullptr, nullptr, "-1"}, {0, 1, 2, 3, 4, 5}},
@@ -173,20 +144,32 @@ TEST(PcieAxiDeathTest, UnassignedSubsystemAbortsBeforeAnythingElse) {
     }
 }
 
-TEST(PcieAxiDeathTest, HistoryDumpInAFreshProcess) {
+TEST(PcieAxiDeathTest, HistoryIsClassWideNewestFirstAtMostEight) {
     GTEST_FLAG_SET(death_test_style, "threadsafe"); // nothing recorded yet
     EXPECT_EXIT(
         {
             PcieAxi::printAccesses();
             RegisterWindowFile window;
-            PcieAxi axi(window.paths());
-            axi.axiRead(0, 0x10);
-            axi.axiWrite(9, 0x20, 5);
+            PcieAxi first(window.paths());
+            PcieAxi second(window.paths());
+            first.axiRead(0, 0x10);
+            second.axiWrite(9, 0x20, 5);
+            PcieAxi::printAccesses(); // never further back than the first record
+            for (unsigned int i = 2; i < 10; ++i) {
+                PcieAxi& axi = i % 2 ? second : first;
+                i % 3 ? static_cast<void>(axi.axiRead(i, 0xFFF0 + i))
+                      : axi.axiWrite(i, 0x10000 + i, 1);
+            }
             PcieAxi::printAccesses();
             std::exit(0);
         },
         testing::ExitedWithCode(0),
         "^Last few AXI accesses \\(newest first\\):\nNONE\n"
         "Last few AXI accesses \\(newest first\\):\n"
-        "AXI W> Subsystem: 0x9 Register: 0x20\nAXI R> Subsystem: 0x0 Register: 0x10\n$");
+        "AXI W> Subsystem: 0x9 Register: 0x20\nAXI R> Subsystem: 0x0 Register: 0x10\n"
+        "Last few AXI accesses \\(newest first\\):\n"
+        "AXI W> Subsystem: 0x9 Register: 0x10009\nAXI R> Subsystem: 0x8 Register: 0xfff8\n"
+        "AXI R> Subsystem: 0x7 Register: 0xfff7\nAXI W> Subsystem: 0x6 Register: 0x10006\n"
+        "AXI R> Subsystem: 0x5 Register: 0xfff5\nAXI R> Subsystem: 0x4 Register: 0xfff4\n"
+        "AXI W> Subsystem: 0x3 Register: 0x10003\nAXI R> Subsystem: 0x2 Register: 0xfff2\n$");
 }
