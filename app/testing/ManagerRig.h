@@ -44,8 +44,6 @@ public:
         });
         return *this;
     }
-    std::deque<std::string> words;
-
     void start() override { m_started = true; }
     void stop() override { m_started = false; }
     bool isStarted() const override { return m_started; }
@@ -66,13 +64,7 @@ public:
                 return key;
         }
     }
-    std::string readWord(int) override {
-        if (words.empty())
-            throw ScriptExhausted();
-        std::string w = words.front();
-        words.pop_front();
-        return w;
-    }
+    std::string readWord(int) override { throw ScriptExhausted(); }
 
 private:
     std::deque<std::function<int()>> m_script;
@@ -84,7 +76,7 @@ private:
 // Panel lines queued by a test are taken in when the manager services the link.
 class RecordingPanel : public FrontPanelComms {
 public:
-    bool initialize() override { return opens; }
+    bool initialize() override { return true; }
     bool servicePort() override {
         for (; !incoming.empty(); incoming.pop_front())
             processReceivedLine(incoming.front());
@@ -94,7 +86,6 @@ public:
         lines.push_back(line.toStdString());
         return true;
     }
-    bool opens = true;
     std::deque<QString> incoming;
     std::vector<std::string> lines;
 };
@@ -134,10 +125,7 @@ struct ManagerRig {
             if (duringSleep)
                 duringSleep();
         };
-        d.upload = [this](QString const&, QString const& dir) {
-            uploads.push_back(dir.toStdString());
-            return true;
-        };
+        d.upload = [](QString const&, QString const&) { return true; };
         manager = std::make_unique<FrontPanelTestManager>(std::move(d));
     }
     FrontPanelTestManager& mgr() { return *manager; }
@@ -154,7 +142,6 @@ struct ManagerRig {
     EventDevice* encoder = nullptr;
     RecordingTone* tone = nullptr;
     std::function<void()> duringSleep;
-    std::vector<std::string> uploads;
     std::unique_ptr<FrontPanelTestManager> manager; // last: goes first
 };
 
