@@ -30,12 +30,6 @@ public:
             m_script.push_back([c] { return static_cast<int>(static_cast<unsigned char>(c)); });
         return *this;
     }
-    // Polls that find no key (skipped by blocking reads).
-    ScriptedTerminal& idle(int polls) {
-        for (int i = 0; i < polls; ++i)
-            m_script.push_back([] { return kNoKey; });
-        return *this;
-    }
     // Runs at the next key read, which then finds no key.
     ScriptedTerminal& then(std::function<void()> fn) {
         m_script.push_back([fn] {
@@ -106,21 +100,19 @@ public:
 
 class RecordingTone : public SelfTestFPGAComms {
 public:
-    explicit RecordingTone(bool imageLoaded) : SelfTestFPGAComms(NoPlatform{}) {
-        valid = imageLoaded;
-    }
+    RecordingTone() : SelfTestFPGAComms(NoPlatform{}) { valid = true; }
     void setVolume(int value) override { volume = value; }
     void setPitch(int index) override { pitch = index; }
 };
 
 struct ManagerRig {
-    explicit ManagerRig(bool imageLoaded = true) {
+    ManagerRig() {
         FrontPanelTestManager::Devices d;
         d.terminal = own(terminal);
         d.panel = own(panel);
         d.keyboard = own(keyboard, QStringLiteral("/dev/input/cv084_fp_keyboard"));
         d.encoder = own(encoder, QStringLiteral("/dev/input/cv084_fp_mouse"));
-        d.selfTest = own(tone, imageLoaded);
+        d.selfTest = own(tone);
         d.sleep = [this](int32_t, std::array<int, 3> const&) {
             if (duringSleep)
                 duringSleep();

@@ -28,7 +28,7 @@ Script walk(char const* k) {
     return [k](ManagerRig& r) {
         for (int c : {1, 2, 3, 4, 5, 6, 7, 6, 5, 4, 3, 2, 1, 0})
             r.terminal->then([&r, c] { r.encoder->encoderValue = c; });
-        r.terminal->idle(1).keys(k); // the poll that takes the last step in
+        r.terminal->then([] {}).keys(k); // the poll that takes the last step in
     };
 }
 Script buttons(std::vector<int> codes, char const* k) {

@@ -116,17 +116,9 @@ class Station:
     def led(self, index):
         return self.emu.state()["leds"][index]
 
-    def host_lines(self):
-        lines = self.emu.traffic(self.traffic_start)["lines"]
-        return [l["text"] for l in lines if l["dir"] == "host"]
-
     # --- the results ---------------------------------------------------------
     def results_files(self):
         return sorted(glob.glob(os.path.join(RESULTS_DIR, "front_panel_test_*.txt")))
-
-
-def results_header(serial):
-    return ["Front Panel Test Log", "~" * 20, "", "Tests Started: <time>", f"Serial No: {serial}"]
 
 
 def read_results(path):
