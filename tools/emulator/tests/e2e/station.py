@@ -27,26 +27,6 @@ class ScreenTimeout(AssertionError):
     pass
 
 
-def program_stacks():
-    """Where each running front_panel_test process is waiting, for failure reports."""
-    report = []
-    for pid in filter(str.isdigit, os.listdir("/proc")):
-        try:
-            with open(f"/proc/{pid}/comm") as f:
-                if not f.read().startswith("front_panel_tes"):
-                    continue
-            with open(f"/proc/{pid}/status") as f:
-                stack = "".join(line for line in f if line.startswith(("State", "PPid")))
-            for tid in os.listdir(f"/proc/{pid}/task"):
-                with open(f"/proc/{pid}/task/{tid}/stack") as f:
-                    stack += f"thread {tid}:\n" + f.read()
-            with open(f"/proc/{pid}/wchan") as f:
-                report.append(f"pid {pid} waits in {f.read()}:\n{stack}")
-        except OSError:
-            continue
-    return "\n".join(report)
-
-
 class Station:
     """One run of front_panel_test in an 80x24 terminal."""
 
@@ -110,21 +90,15 @@ class Station:
     def key(self, name):
         subprocess.run(TMUX + ["send-keys", "-t", "fpt", name], check=True)
 
-    def exited(self):
-        """None while the program runs, else its exit status (128 + n: ended by signal n)."""
-        try:
-            with open(self.status_file) as f:
-                return int(f.read())
-        except (OSError, ValueError):
-            return None
-
     def wait_exit(self, timeout=None):
+        """The program's exit status (128 + n: ended by signal n), once it has ended."""
         deadline = time.monotonic() + (timeout or self.timeout)
-        while (status := self.exited()) is None:
+        while not os.path.exists(self.status_file):
             if time.monotonic() > deadline:
-                raise ScreenTimeout(f"program still running:\n{self.dump()}\n{program_stacks()}")
+                raise ScreenTimeout(f"program still running:\n{self.dump()}")
             time.sleep(0.05)
-        return status
+        with open(self.status_file) as f:
+            return int(f.read())
 
     # --- the operator's routines -------------------------------------------
     def enter_serial(self, serial):
@@ -142,17 +116,9 @@ class Station:
     def led(self, index):
         return self.emu.state()["leds"][index]
 
-    def host_lines(self):
-        lines = self.emu.traffic(self.traffic_start)["lines"]
-        return [l["text"] for l in lines if l["dir"] == "host"]
-
     # --- the results ---------------------------------------------------------
     def results_files(self):
         return sorted(glob.glob(os.path.join(RESULTS_DIR, "front_panel_test_*.txt")))
-
-
-def results_header(serial):
-    return ["Front Panel Test Log", "~" * 20, "", "Tests Started: <time>", f"Serial No: {serial}"]
 
 
 def read_results(path):
