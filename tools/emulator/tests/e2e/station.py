@@ -76,6 +76,14 @@ class Station:
                 raise ScreenTimeout(f"waited for {text!r} on row {row}:\n{self.dump()}")
             time.sleep(0.05)
 
+    def wait_until(self, predicate, what, timeout=5.0):
+        """Waits until predicate() holds; on time-out reports the panel and the screen."""
+        deadline = time.monotonic() + timeout
+        while not predicate():
+            if time.monotonic() > deadline:
+                raise ScreenTimeout(f"{what}; state {self.emu.state()}\n{self.dump()}")
+            time.sleep(0.05)
+
     def wait_row(self, n, exact, timeout=None):
         """Waits until row n reads exactly `exact` (trailing blanks ignored)."""
         deadline = time.monotonic() + (timeout or self.timeout)

@@ -97,18 +97,11 @@ class OperatorCase(unittest.TestCase):
         self.st.close()
 
     # --- helpers, each one screen of the program ---------------------------
-    def wait_until(self, predicate, what, timeout=3.0):
-        deadline = time.monotonic() + timeout
-        while not predicate():
-            if time.monotonic() > deadline:
-                self.fail(f"{what}; state {self.st.emu.state()}\n{self.st.dump()}")
-            time.sleep(0.05)
-
     def turn(self, detents, interval_ms=150):
         """Turns the knob, then waits until the program has read every detent,
         so that a key typed next is not taken before the last of them."""
         self.st.emu.turn(detents, interval_ms)
-        self.wait_until(lambda: self.st.emu.state()["mouse"]["queued"] == 0, "detents read")
+        self.st.wait_until(lambda: self.st.emu.state()["mouse"]["queued"] == 0, "detents read")
 
     def leds_all(self, rgb):
         return all(led == rgb for led in self.st.emu.state()["leds"])
@@ -138,9 +131,9 @@ class OperatorCase(unittest.TestCase):
                            f" *{COLOURS[start]}* to *{COLOURS[target]}*")
             # Outside the button tests no button is lit last, so the colour
             # goes to every LED at once.
-            self.wait_until(lambda: self.leds_all(RGB[start]), f"all LEDs {COLOURS[start]}")
+            self.st.wait_until(lambda: self.leds_all(RGB[start]), f"all LEDs {COLOURS[start]}")
             self.turn(detent)
-        self.wait_until(lambda: self.leds_all(RGB[0]), "all LEDs back to white")
+        self.st.wait_until(lambda: self.leds_all(RGB[0]), "all LEDs back to white")
         st.wait_row(19, "    Do all of the LEDs light up and do the colours change uniformly?")
         st.wait_row(21, "     (Y)es (N)o :")
 
@@ -156,11 +149,11 @@ class OperatorCase(unittest.TestCase):
 
     def check_button_led(self, index):
         if index == 16:  # the knob's number means every LED
-            self.wait_until(lambda: self.leds_all("ffffff"), "knob lights every LED")
+            self.st.wait_until(lambda: self.leds_all("ffffff"), "knob lights every LED")
             return
-        self.wait_until(lambda: self.st.led(index) == "ffffff", f"LED {index} white")
+        self.st.wait_until(lambda: self.st.led(index) == "ffffff", f"LED {index} white")
         if index > 0:
-            self.wait_until(lambda: self.st.led(index - 1) == "000000", f"LED {index - 1} off")
+            self.st.wait_until(lambda: self.st.led(index - 1) == "000000", f"LED {index - 1} off")
 
     def buttons_pass(self, first=0):
         for index in range(first, 17):
@@ -202,12 +195,12 @@ class OperatorCase(unittest.TestCase):
 
     def volume_is(self, percent):
         raw = (VOLUME_STEP * percent) & 0x3FFFFF
-        self.wait_until(lambda: self.st.emu.state()["tone"]["volume_raw"] == raw,
+        self.st.wait_until(lambda: self.st.emu.state()["tone"]["volume_raw"] == raw,
                         f"volume register {raw} ({percent} %)")
 
     def pitch_is(self, index):
         period = period_for(pitch_frequency(index))
-        self.wait_until(lambda: self.st.emu.state()["tone"]["period"] == period,
+        self.st.wait_until(lambda: self.st.emu.state()["tone"]["period"] == period,
                         f"tone period {period} (pitch {index})")
 
     def from_menu(self, choice=None):
@@ -220,7 +213,7 @@ class OperatorCase(unittest.TestCase):
             self.st.type(choice)
 
     def routing_is(self, routing):
-        self.wait_until(lambda: self.st.emu.state()["routing"] == routing, f"routing {routing}")
+        self.st.wait_until(lambda: self.st.emu.state()["routing"] == routing, f"routing {routing}")
 
     def finish(self, status):
         self.assertEqual(self.st.wait_exit(), status, self.st.dump())
@@ -244,7 +237,7 @@ class OperatorCase(unittest.TestCase):
 
     def panel_left_dark_and_quiet(self):
         # The manager's destructor turns every LED and both outputs off.
-        self.wait_until(lambda: self.leds_all("000000"), "every LED off at exit")
+        self.st.wait_until(lambda: self.leds_all("000000"), "every LED off at exit")
         self.assertEqual(self.st.emu.state()["routing"], 0)
 
     def uploads(self):
@@ -268,7 +261,7 @@ class FullPlan(OperatorCase):
         st.enter_serial(SERIAL)
         # The panel was set up: version and jack asked, outputs off, all
         # LEDs off, full brightness.
-        self.wait_until(lambda: st.emu.state()["brightness"] == 255, "brightness 255")
+        self.st.wait_until(lambda: st.emu.state()["brightness"] == 255, "brightness 255")
         sent = [l["text"] for l in st.emu.traffic(st.traffic_start)["lines"] if l["dir"] == "host"]
         self.assertEqual(sent[:5], ["V", "H", "A0", "Lff000000", "Bff"])
         state = st.emu.state()
@@ -531,7 +524,7 @@ class DebugDisplay(OperatorCase):
 
         self.turn(2)
         st.wait_row(15, colours_row(2))
-        self.wait_until(lambda: self.leds_all(RGB[2]), "every LED cyan")
+        self.st.wait_until(lambda: self.leds_all(RGB[2]), "every LED cyan")
         st.type("v")
         st.wait_idle()
         self.turn(4)

@@ -8,7 +8,6 @@ control and CR-to-LF translation on; the program has to switch them off.
 
 import os
 import sys
-import time
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.realpath(__file__)))
@@ -33,13 +32,6 @@ class PanelLineCase(unittest.TestCase):
     def tearDown(self):
         self.st.close()
 
-    def wait_until(self, predicate, what, timeout=5.0):
-        deadline = time.monotonic() + timeout
-        while not predicate():
-            if time.monotonic() > deadline:
-                self.fail(f"{what}; state {self.st.emu.state()}\n{self.st.dump()}")
-            time.sleep(0.05)
-
     def stderr(self):
         with open(STDERR, encoding="utf-8", newline="") as f:
             return f.read()
@@ -54,11 +46,11 @@ class Xoff(PanelLineCase):
         st.wait_row(5, '  1. Press and release "*Calvento*" button')
         st.emu.press("calvento")
         st.wait_row(5, '  1. Press and release "*F1*" button')
-        self.wait_until(lambda: st.led(0) == "ffffff", "LED 0 white")
+        self.st.wait_until(lambda: st.led(0) == "ffffff", "LED 0 white")
         st.emu.serial_raw(b"\x13")
         st.wait_idle()
         st.emu.press("f1")
-        self.wait_until(lambda: st.led(1) == "ffffff" and st.led(0) == "000000",
+        self.st.wait_until(lambda: st.led(1) == "ffffff" and st.led(0) == "000000",
                         "LED 1 white, LED 0 off")
         st.wait_row(5, '  1. Press and release "*F2*" button')
 
@@ -66,7 +58,7 @@ class CarriageReturn(PanelLineCase):
     def test_carriage_return_stays_part_of_the_line(self):
         self.st.emu.serial_raw(b"OKAY\r\n")
         report = 'bool FrontPanelComms::processReceivedLine(const QString&): "OKAY\r" Unexpected\n'
-        self.wait_until(lambda: report in self.stderr(), f"{report!r} on stderr")
+        self.st.wait_until(lambda: report in self.stderr(), f"{report!r} on stderr")
 
 
 if __name__ == "__main__":
