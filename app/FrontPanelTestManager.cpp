@@ -25,7 +25,6 @@ FrontPanelTestManager::FrontPanelTestManager() : FrontPanelTestManager(Devices{}
 
 FrontPanelTestManager::FrontPanelTestManager(Devices devices) {
     fillDefaultDevices(devices);
-    m_upload = std::move(devices.upload);
     m_devices = std::move(devices);
     setShaftEncoderMode(ShaftEncoderColours);
 }

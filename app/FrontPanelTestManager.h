@@ -167,8 +167,7 @@ private:
     QString m_logFileName = QStringLiteral("/tmp/log.txt");
     QFile m_logFile;
     QTextStream m_logStream;
-    Devices m_devices; // all but the upload, which is held apart
-    Uploader m_upload;
+    Devices m_devices;
     bool m_panelOpened = false;
     int32_t m_lastLed = -1;
     int32_t m_lastColourValue = -1;

@@ -68,7 +68,7 @@ bool FrontPanelTestManager::uploadResults() {
     m_logFile.close();
     QString const targetDir = ProductionArtifactsNexusRepo::generateTargetDir(
         QStringLiteral("CV084"), m_serialNumber, QStringLiteral("front_panel_test"));
-    if (m_upload(m_logFileName, targetDir))
+    if (m_devices.upload(m_logFileName, targetDir))
         return true;
     std::fputs("Nexus Upload Failed, are you connected to the network?\n", stderr);
     // A failed upload is a delay, not a loss: tell the operator where the
