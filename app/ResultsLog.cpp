@@ -6,7 +6,7 @@
 #include <unistd.h>
 
 #include "app/FrontPanelTestManager.h"
-#include "upload/ProductionArtifactsNexusRepo.h"
+#include "upload/JournaledUpload.h"
 
 namespace {
 
@@ -66,9 +66,7 @@ bool FrontPanelTestManager::uploadResults() {
     // Closed first so the repository gets the file exactly as it stands.
     m_logStream.setDevice(nullptr);
     m_logFile.close();
-    QString const targetDir = ProductionArtifactsNexusRepo::generateTargetDir(
-        QStringLiteral("CV084"), m_serialNumber, QStringLiteral("front_panel_test"));
-    if (m_devices.upload(m_logFileName, targetDir))
+    if (m_devices.upload(m_logFileName, resultsTargetDir(m_serialNumber)))
         return true;
     std::fputs("Nexus Upload Failed, are you connected to the network?\n", stderr);
     // A failed upload is a delay, not a loss: tell the operator where the
