@@ -8,7 +8,8 @@
 set -euo pipefail
 
 BUILD_DIR=$1 STATE_DIR=$2 DESIGN=$3 JACK=$4 NEXUS=$5 NEXUS_MODE=$6 INPUT_RECORD=$7
-shift 7
+RESULTS_TMPFS=$8
+shift 8
 [[ ${1:-} == -- ]] && shift
 HERE=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 ROOT=$(cd "$HERE/../.." && pwd)
@@ -60,6 +61,10 @@ for i in "${!kept[@]}"; do
 done
 mkdir -p /home/transfer
 mount --bind $RUN/state/transfer /home/transfer
+if [[ -n $RESULTS_TMPFS ]]; then
+    # A small disk of its own, so that a test can fill it.
+    mount -t tmpfs -o size="$RESULTS_TMPFS",mode=755 cv084-results /home/transfer/log
+fi
 
 # sysfs has no GPIO class here: an overlay lets the emulator export the
 # board-id strap lines.

@@ -21,8 +21,11 @@
 #                     (an armhf build under qemu-user), 24 for a 64-bit one
 #                     (default: the emulator's own word size)
 #   --no-nexus        do not start the test repository server
-#   --nexus-mode M    the server's behaviour: normal, error500, hang or failN
-#                     (the first N requests answered 500, then normal)
+#   --nexus-mode M    the server's behaviour: normal, error500, hang, failN
+#                     (the first N requests answered 500, then normal) or
+#                     slowN (each answer N ms after the upload is stored)
+#   --results-tmpfs SIZE  the results folder is a tmpfs of SIZE (e.g. 64k),
+#                     not kept in the state directory, that a test can fill
 #
 # Inside, `emuctl` (on PATH) works the panel; see `emuctl --help`.
 set -euo pipefail
@@ -36,6 +39,7 @@ STATE_DIR=
 NEXUS=1
 NEXUS_MODE=normal
 INPUT_RECORD=
+RESULTS_TMPFS=
 
 while (($#)); do
     case $1 in
@@ -46,6 +50,7 @@ while (($#)); do
     --input-record) INPUT_RECORD=$2; shift 2 ;;
     --no-nexus) NEXUS=0; shift ;;
     --nexus-mode) NEXUS_MODE=$2; shift 2 ;;
+    --results-tmpfs) RESULTS_TMPFS=$2; shift 2 ;;
     --) shift; break ;;
     -h | --help) sed -n '2,/^set -euo/p' "$0" | sed '$d; s/^# \{0,1\}//'; exit 0 ;;
     *) echo "run-in-emulator: unknown option $1" >&2; exit 2 ;;
@@ -94,7 +99,7 @@ trap 'exit 129' HUP
 exec {tty_in}<&0
 setpriv --pdeathsig KILL -- \
     unshare --mount --net --pid --fork --kill-child --mount-proc --propagation private -- \
-    "$HERE/ns-init.sh" "$BUILD_DIR" "$STATE_DIR" "$DESIGN" "$JACK" "$NEXUS" "$NEXUS_MODE" "$INPUT_RECORD" -- "$@" \
+    "$HERE/ns-init.sh" "$BUILD_DIR" "$STATE_DIR" "$DESIGN" "$JACK" "$NEXUS" "$NEXUS_MODE" "$INPUT_RECORD" "$RESULTS_TMPFS" -- "$@" \
     <&"$tty_in" &
 child=$!
 status=0

@@ -16,7 +16,8 @@ of errors, an unknown repository or path 404.
 
 Fault modes for tests: --mode error500 answers every request with 500;
 --mode hang reads the request and never answers; --mode failN answers the
-first N requests with 500, then works normally. Every request is appended to
+first N requests with 500, then works normally; --mode slowN stores the
+asset as usual and answers N ms later (a client can die in between). Every request is appended to
 --record-file as one JSON line (method, path, query, the user name, the headers
 but Authorization, body, parts with their headers and bodies, status) before
 it is answered.
@@ -36,6 +37,7 @@ import ssl
 import sys
 import tempfile
 import threading
+import time
 from http.server import BaseHTTPRequestHandler, ThreadingHTTPServer
 from urllib.parse import parse_qs, urlsplit
 
@@ -192,6 +194,8 @@ class Handler(BaseHTTPRequestHandler):
 
         status, payload, extra = self.decide(parts, content_type, match, parse_error)
         self.record(body, parts, status)
+        if mode.startswith("slow"):
+            time.sleep(int(mode[4:]) / 1000)
         self.respond(status, payload, extra)
 
     def decide(self, parts, content_type, boundary, parse_error):
@@ -331,9 +335,9 @@ def read_credential(path):
 
 
 def mode_name(text):
-    if text in ("normal", "error500", "hang") or re.fullmatch(r"fail\d+", text):
+    if text in ("normal", "error500", "hang") or re.fullmatch(r"(fail|slow)\d+", text):
         return text
-    raise argparse.ArgumentTypeError("normal, error500, hang or failN, not %r" % text)
+    raise argparse.ArgumentTypeError("normal, error500, hang, failN or slowN, not %r" % text)
 
 
 def main(argv=None):

@@ -1,0 +1,168 @@
+#!/usr/bin/env python3
+"""Faults that strike in the middle of a write: the program killed at random
+moments of a run and its upload, a results folder that fills up, a journal
+whose disk reports I/O errors. Each case runs in a fresh emulated instrument,
+started without the self-test image so that the audio tests' stand-ins write
+their failure lines into the results mid-run."""
+
+import glob
+import os
+import random
+import signal
+import subprocess
+import sys
+import threading
+import time
+import unittest
+
+sys.path.insert(0, os.path.dirname(os.path.realpath(__file__)))
+from station import RESULTS_DIR, STATE_DIR, TMUX, Station, read_results  # noqa: E402
+from test_upload_journal import JOURNAL, requests, upload_program  # noqa: E402
+
+PLAN = ["Shaft Encoder Tests", "Button Tests", "Headphone Jack Detection Test",
+        "Speaker Output Test", "Headphone Output Test"]
+
+
+def results_lines(serial):
+    return (["Front Panel Test Log", "~" * 20, "", "Tests Started: <time>", f"Serial No: {serial}"]
+            + [f"FAIL!! - {name}" for name in PLAN[3:]] + [f"Not Run - {name}" for name in PLAN])
+
+
+class Killed(Exception):
+    pass
+
+
+class QuickStation(Station):
+    """An operator who answers each screen as soon as it is up, and stops as
+    soon as the program has been killed."""
+
+    killed = False
+
+    def screen(self):
+        if self.killed:
+            raise Killed()
+        return super().screen()
+
+    def program_pid(self):
+        shell = subprocess.run(TMUX + ["display", "-p", "-t", "fpt", "#{pane_pid}"],
+                               capture_output=True, text=True, check=True).stdout.strip()
+        while True:
+            with open(f"/proc/{shell}/task/{shell}/children") as children:
+                pids = children.read().split()
+            if pids:
+                return int(pids[0])
+            time.sleep(0.001)
+
+    def whole_run(self, serial):
+        """Serial number, the stand-ins run from the menu, back round to the
+        first test, then (U)pload."""
+        self.enter_serial(serial)
+        for answer in ("m", "4"):
+            self.wait_for(PLAN[0] if answer == "m" else "Selection, (Q)uit", timeout=30)
+            self.type(answer)
+        for name in PLAN[3:]:
+            self.wait_for(name, row=0)
+            self.wait_for("Press Any Key", row=21)
+            self.type("x")
+        self.wait_for(PLAN[0], row=0)
+        self.type("m")
+        self.wait_for("Selection, (Q)uit", row=21)
+        self.type("u")
+
+
+def journal_records():
+    """Every line of the journal split in its fields; every line must be whole."""
+    if not os.path.exists(JOURNAL):
+        return []
+    with open(JOURNAL, "rb") as f:
+        text = f.read().decode()
+    assert text == "" or text.endswith("\n"), f"journal line cut short: {text!r}"
+    records = [line.split("\t") for line in text.splitlines()]
+    for r in records:
+        assert len(r) == 6 and r[0] in ("requested", "uploaded") and len(r[5]) == 64, r
+    return records
+
+
+class KilledMidWrite(unittest.TestCase):
+    KILLS = 50
+
+    def run_killed_at(self, serial, moment):
+        """One run killed `moment` s after it started (None: never); its exit status."""
+        st = QuickStation("-x", timeout=30)
+        self.addCleanup(st.close)
+        pid = st.program_pid()
+
+        def kill():
+            st.killed = True
+            try:
+                os.kill(pid, signal.SIGKILL)
+            except ProcessLookupError:  # it ended first
+                pass
+        timer = threading.Timer(moment, kill) if moment is not None else None
+        if timer:
+            timer.start()
+        try:
+            st.whole_run(serial)
+        except Killed:
+            pass
+        status = st.wait_exit(timeout=60)
+        if timer:
+            timer.cancel()
+            timer.join()
+        return status
+
+    def test_every_kill_leaves_whole_lines_and_exactly_the_pending_uploads(self):
+        began = time.monotonic()
+        self.assertEqual(self.run_killed_at("R0", None), 0)
+        length = time.monotonic() - began
+        self.assertEqual(self.results_and_pending("R0"), [])
+        seed = int(os.environ.get("FPT_KILL_SEED", "19"))
+        print(f"run of {length:.2f} s; killed at {self.KILLS} moments, seed {seed}", flush=True)
+        rng = random.Random(seed)
+        pending = 0
+        for k in range(self.KILLS):
+            serial = f"K{k:02d}"
+            moment = rng.uniform(0, length)
+            with self.subTest(kill=k, moment=f"{moment:.3f}"):
+                self.run_killed_at(serial, moment)
+                pending += len(self.results_and_pending(serial))
+        print(f"{pending} uploads sent later; {time.monotonic() - began:.0f} s", flush=True)
+
+    def results_and_pending(self, serial):
+        """Checks the board's results and the journal after a run, sends what
+        is pending with front_panel_upload and checks what the repository got."""
+        [*results] = glob.glob(os.path.join(RESULTS_DIR, f"front_panel_test_{serial}-*.txt"))
+        self.assertLessEqual(len(results), 1)
+        for path in results:
+            lines = read_results(path) if os.path.getsize(path) else []
+            self.assertEqual(lines, results_lines(serial)[:len(lines)], path)
+        records = journal_records()
+        open_requests = {}
+        for event, _, target, path, size, sha in records:
+            if event == "requested":
+                open_requests[path] = (int(size), sha)
+            else:
+                open_requests.pop(path, None)
+                stored = os.path.join(STATE_DIR, "nexus" + target, os.path.basename(path))
+                with open(path, "rb") as mine, open(stored, "rb") as theirs:
+                    self.assertEqual(mine.read(), theirs.read(), "uploaded but not stored")
+        for path in open_requests:  # only whole results are offered for upload
+            self.assertEqual(read_results(path), results_lines(serial))
+        before = len(requests())
+        sent = upload_program()
+        self.assertEqual(sent.returncode, 0, sent.stderr)
+        self.assertNotIn("skipped", sent.stderr)  # no damaged journal line
+        got = requests()[before:]
+        names = sorted(p["body_base64"] for r in got for p in r["parts"]
+                       if p["name"] == "raw.asset1.filename")
+        self.assertEqual([r["status"] for r in got], [204] * len(got))
+        import base64
+        self.assertEqual([base64.b64decode(n).decode() for n in names],
+                         sorted(os.path.basename(p) for p in open_requests))
+        self.assertEqual(journal_records()[len(records):],
+                         [r for r in journal_records()[len(records):] if r[0] == "uploaded"])
+        return list(open_requests)
+
+
+if __name__ == "__main__":
+    unittest.main()
