@@ -5,6 +5,8 @@ whose disk reports I/O errors. Each case runs in a fresh emulated instrument,
 started without the self-test image so that the audio tests' stand-ins write
 their failure lines into the results mid-run."""
 
+import base64
+import errno
 import glob
 import os
 import random
@@ -156,12 +158,92 @@ class KilledMidWrite(unittest.TestCase):
         names = sorted(p["body_base64"] for r in got for p in r["parts"]
                        if p["name"] == "raw.asset1.filename")
         self.assertEqual([r["status"] for r in got], [204] * len(got))
-        import base64
         self.assertEqual([base64.b64decode(n).decode() for n in names],
                          sorted(os.path.basename(p) for p in open_requests))
         self.assertEqual(journal_records()[len(records):],
                          [r for r in journal_records()[len(records):] if r[0] == "uploaded"])
         return list(open_requests)
+
+
+def fill_disk():
+    """Fills the results folder's disk to the last block."""
+    with open(os.path.join(RESULTS_DIR, "filler"), "wb", buffering=0) as filler:
+        try:
+            while True:
+                filler.write(bytes(4096))
+        except OSError as error:
+            assert error.errno == errno.ENOSPC, error
+
+
+def seed_journal(size):
+    """A journal of `size` bytes, every upload in it done."""
+    line = "{}\t{}\t/CV084/S/front_panel_test/\t/home/transfer/log/old\t1\t" + "0" * 64 + "\n"
+    pair = line.format("requested", "t") + line.format("uploaded", "t")
+    pairs = size // len(pair) - 1
+    padding = size - len(pair) * (pairs + 1)
+    text = pair * pairs + line.format("requested", "t") + line.format("uploaded", "t" * (1 + padding))
+    with open(JOURNAL, "w") as journal:
+        journal.write(text)
+    return text
+
+
+class WriteFaults(unittest.TestCase):
+    """A results folder on its own small disk (--results-tmpfs)."""
+
+    def setUp(self):
+        for old in glob.glob(os.path.join(RESULTS_DIR, "*")) + [JOURNAL]:
+            if os.path.exists(old):
+                os.unlink(old)
+
+    def run_to_menu(self, serial, program_prefix=""):
+        if program_prefix:
+            os.environ["FPT_PROGRAM"] = program_prefix + " " + os.environ["FPT_PROGRAM"]
+        st = QuickStation("-x", timeout=30)
+        self.addCleanup(st.close)
+        st.enter_serial(serial)
+        st.wait_for(PLAN[0], row=0)
+        st.type("m")
+        st.wait_for("Selection, (Q)uit", row=21)
+        return st
+
+    def ends_saying_once(self, st, reason, path):
+        self.assertEqual(st.wait_exit(), 0)
+        text = subprocess.run(TMUX + ["capture-pane", "-p", "-J", "-t", "fpt"], check=True,
+                              capture_output=True, text=True).stdout
+        said = [line for line in text.splitlines() if path in line and reason in line]
+        self.assertEqual(len(said), 1, text)
+
+    def nothing_false_in_journal(self, before):
+        records = journal_records()
+        self.assertEqual(journal_records()[:len(before)], before)
+        for event, _, target, path, _, _ in records[len(before):]:
+            stored = os.path.join(STATE_DIR, "nexus" + target, os.path.basename(path))
+            self.assertTrue(event == "requested" or os.path.exists(stored), path)
+
+    def test_disk_full_while_results_written(self):
+        fill_disk()
+        st = self.run_to_menu("D1")
+        st.type("q")
+        [results] = glob.glob(os.path.join(RESULTS_DIR, "front_panel_test_D1-*.txt"))
+        self.ends_saying_once(st, "No space left on device", results)
+
+    def test_disk_full_while_journal_written(self):
+        seeded = seed_journal(4096 - 40)  # the next line needs a block of its own
+        st = self.run_to_menu("D2")
+        fill_disk()
+        st.type("u")
+        st.wait_exit()
+        with open(JOURNAL) as journal:
+            self.assertEqual(journal.read(), seeded)
+        self.ends_saying_once(st, "No space left on device", JOURNAL)
+
+    def test_journal_io_error(self):
+        before = journal_records()
+        st = self.run_to_menu(
+            "E1", "fiu-run -x -f '' -c 'enable name=posix/io/sync/fdatasync,failinfo=5'")
+        st.type("u")
+        self.ends_saying_once(st, "Input/output error", JOURNAL)
+        self.nothing_false_in_journal(before)
 
 
 if __name__ == "__main__":
