@@ -9,7 +9,11 @@
   idle output  bytes the program writes to its terminal per second then
   peak RSS     VmHWM at the end of the run
 
-Runs inside the emulated instrument; usage: benchmark.py PROGRAM [--json FILE]
+With --soak, instead: one run through many button events and panel lines,
+then a long idle stretch; reports the growth of peak RSS, the change in open
+descriptors and the idle CPU (about 12 minutes with the defaults).
+
+Runs inside the emulated instrument; usage: benchmark.py PROGRAM [--json FILE] [--soak]
 """
 
 import argparse
@@ -91,6 +95,77 @@ def start(program, run):
     return began
 
 
+def open_descriptors(pid):
+    return len(os.listdir(f"/proc/{pid}/fd"))
+
+
+def soak(args):
+    """The program on its debug display (every button moves the lit LED, so
+    the panel answers each press with a line too) through args.soak_events
+    button events and args.soak_lines jack reports from the panel, then idle
+    for args.soak_idle seconds. Events go in batches that the program reads
+    before the next: a soak of its steady state, not of the emulator's queue."""
+    start(args.program, 0)
+    wait_text("Enter CV084 PCB Serial No:")
+    tmux("send-keys", "-t", "b", "-l", "SOAK1")
+    tmux("send-keys", "-t", "b", "Enter")
+    wait_text('You Entered "SOAK1"')
+    tmux("send-keys", "-t", "b", "-l", "y")
+    wait_text("Shaft Encoder Tests")
+    tmux("send-keys", "-t", "b", "-l", "d")
+    wait_text("Press (Y) to return to tests")
+    pid = program_pid()
+    emu = cv084emu.Emulator()
+
+    def drive(events, lines):
+        sent_lines = 0
+        for n in range(0, events, 2):
+            button = 1 + (n // 2) % 10  # F1 ... F10
+            emu.hold(button)
+            emu.release(button)
+            if n % 200 == 198 or n + 2 >= events:
+                if sent_lines < lines:  # a burst of jack reports with each batch
+                    burst = min(lines - sent_lines, max(1, lines * 200 // events))
+                    emu.serial_raw(b"".join(b"H1\n" if k % 2 else b"H0\n" for k in range(burst)))
+                    sent_lines += burst
+                while emu.state()["keyboard"]["queued"]:
+                    time.sleep(0.02)
+        return sent_lines
+
+    drive(2000, 200)  # warm-up: every path taken once before the baseline
+    time.sleep(1.0)
+    hwm0, rss0, fds0 = status_kib(pid, "VmHWM"), status_kib(pid, "VmRSS"), open_descriptors(pid)
+    began = time.monotonic()
+    lines = drive(args.soak_events, args.soak_lines)
+    busy = time.monotonic() - began
+    time.sleep(1.0)
+    cpu0, t0 = cpu_seconds(pid), time.monotonic()
+    time.sleep(args.soak_idle)
+    cpu1, t1 = cpu_seconds(pid), time.monotonic()
+    results = {
+        "button_events": args.soak_events, "panel_lines": lines, "busy_s": busy,
+        "peak_rss_growth_kib": status_kib(pid, "VmHWM") - hwm0,
+        "rss_growth_kib": status_kib(pid, "VmRSS") - rss0,
+        "descriptor_change": open_descriptors(pid) - fds0,
+        "idle_s": t1 - t0, "idle_cpu_percent": 100.0 * (cpu1 - cpu0) / (t1 - t0),
+    }
+    tmux("send-keys", "-t", "b", "-l", "y")
+    wait_text("Shaft Encoder Tests")
+    tmux("send-keys", "-t", "b", "-l", "q")
+    tmux("kill-server", check=False)
+    emu.close()
+    print(f"soak: {results['button_events']} button events and {lines} panel lines"
+          f" in {busy:.0f} s, then {results['idle_s']:.0f} s idle")
+    print(f"peak RSS growth: {results['peak_rss_growth_kib']} KiB (goal <= 1024);"
+          f" RSS growth {results['rss_growth_kib']} KiB")
+    print(f"open descriptors: {results['descriptor_change']:+d} (goal 0)")
+    print(f"idle CPU: {results['idle_cpu_percent']:.2f} % of one core (goal <= 1 %)")
+    if args.json:
+        with open(args.json, "w") as f:
+            json.dump(results, f, indent=2)
+    return 0
+
+
 def main():
     p = argparse.ArgumentParser()
     p.add_argument("program")
@@ -98,7 +173,13 @@ def main():
     p.add_argument("--starts", type=int, default=5)
     p.add_argument("--presses", type=int, default=60)
     p.add_argument("--idle-seconds", type=float, default=10.0)
+    p.add_argument("--soak", action="store_true", help="the soak instead of the figures above")
+    p.add_argument("--soak-events", type=int, default=100000)
+    p.add_argument("--soak-lines", type=int, default=10000)
+    p.add_argument("--soak-idle", type=float, default=600.0)
     args = p.parse_args()
+    if args.soak:
+        return soak(args)
     results = {}
 
     # Start-up, several cold starts of the program (the instrument stays up).
