@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -80,6 +79,22 @@ bool writeAll(int fd, QByteArray const& data) {
     return true;
 }
 
+// Records "<file>: <reason>" from errno; always false.
+bool failed(QString const& file, QString* why) {
+    if (why)
+        *why = file + QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(errno));
+    return false;
+}
+
+bool syncFolder(QString const& path, QString* why) {
+    QString const folder = QFileInfo(path).absolutePath();
+    Descriptor dir(
+        ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (dir.get() < 0 || ::fsync(dir.get()) != 0)
+        return failed(folder, why);
+    return true;
+}
+
 } // namespace
 
 QString const UploadJournal::kFileName = QStringLiteral(".front_panel_test-uploads");
@@ -152,29 +167,35 @@ QString UploadJournal::besideResults(QString const& resultsFile) {
     return QFileInfo(resultsFile).absolutePath() + '/' + kFileName;
 }
 
-bool UploadJournal::append(JournalEntry const& entry) const {
+bool UploadJournal::append(JournalEntry const& entry, QString* why) const {
     QByteArray const name = QFile::encodeName(m_path);
     bool const created = !QFileInfo::exists(m_path);
     Descriptor fd(::open(name.constData(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
-    bool ok = fd.get() >= 0;
-    QByteArray line = entry.toLine();
     struct stat info {};
-    if (ok && ::fstat(fd.get(), &info) == 0 && info.st_size > 0) {
-        char last = '\n';
-        if (::pread(fd.get(), &last, 1, info.st_size - 1) == 1 && last != '\n')
-            line.prepend('\n');
+    if (fd.get() < 0 || ::fstat(fd.get(), &info) != 0)
+        return failed(m_path, why);
+    QByteArray line = entry.toLine();
+    char last = '\n';
+    if (info.st_size > 0 && ::pread(fd.get(), &last, 1, info.st_size - 1) == 1 && last != '\n')
+        line.prepend('\n');
+    if (!writeAll(fd.get(), line) || ::fdatasync(fd.get()) != 0) {
+        int const error = errno;
+        // A line cut short by a full disk would be read as damaged, or glued
+        // to the next one: take back whatever part of it was written.
+        if (::ftruncate(fd.get(), info.st_size) == 0)
+            ::fdatasync(fd.get());
+        errno = error;
+        return failed(m_path, why);
     }
-    ok = ok && writeAll(fd.get(), line) && ::fdatasync(fd.get()) == 0;
-    if (ok && created) {
-        // The new file's name must be on disk too, or a power cut loses it.
-        Descriptor dir(::open(QFile::encodeName(QFileInfo(m_path).absolutePath()).constData(),
-                              O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-        ok = dir.get() >= 0 && ::fsync(dir.get()) == 0;
-    }
-    if (!ok)
-        std::fprintf(stderr, "Could not record the upload in %s: %s\n", name.constData(),
-                     std::strerror(errno));
-    return ok;
+    // A new journal's name must be on disk too, or a power cut loses it.
+    return !created || syncFolder(m_path, why);
+}
+
+bool UploadJournal::syncToDisk(QString const& path, QString* why) {
+    Descriptor fd(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC));
+    if (fd.get() < 0 || ::fsync(fd.get()) != 0)
+        return failed(path, why);
+    return syncFolder(path, why);
 }
 
 JournalContents UploadJournal::read() const {

@@ -69,8 +69,9 @@ public:
 
     // Appends one line and waits until it is on disk. A journal whose last
     // line was cut short first gets the missing newline, so the new line
-    // stays whole. False (with the reason on standard error) on failure.
-    bool append(JournalEntry const& entry) const;
+    // stays whole. On failure the journal is cut back to its size before,
+    // and false is returned with the reason ("<journal>: <error>") in why.
+    bool append(JournalEntry const& entry, QString* why = nullptr) const;
 
     // Every whole line; a journal that does not exist is empty.
     JournalContents read() const;
@@ -79,6 +80,11 @@ public:
     // with the current time; size and hash stay empty if it cannot be read.
     static JournalEntry describe(JournalEntry::Event event, QString const& path,
                                  QString const& targetDir);
+
+    // Flushes a file and the folder that holds its name to disk, so that a
+    // power cut cannot take back what a record is about to claim. False with
+    // the reason ("<file>: <error>") in why.
+    static bool syncToDisk(QString const& path, QString* why);
 
 private:
     QString m_path;

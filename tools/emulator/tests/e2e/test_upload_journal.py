@@ -62,8 +62,8 @@ class UploadCase(unittest.TestCase):
     def failed_upload(self, st, timeout):
         self.wait_text(FAILED, timeout)
         [results] = [f for f in st.results_files() if SERIAL in f]
-        self.wait_text(f"{FAILED}\nThe results stay in {results}; send them later with"
-                           " front_panel_upload.", 2)
+        self.wait_text(f"{FAILED}\nThe results stay in {results}; send them later with:"
+                       f" front_panel_upload {results}\n", 2)
         self.assertEqual(st.wait_exit(), 0)
         return results
 
