@@ -23,7 +23,7 @@
 #   --no-nexus        do not start the test repository server
 #   --nexus-mode M    the server's behaviour: normal, error500, hang, failN
 #                     (the first N requests answered 500, then normal) or
-#                     slowN (each answer N ms after the upload is stored)
+#                     slowN (N ms to store an upload, N ms more to answer)
 #   --results-tmpfs SIZE  the results folder is a tmpfs of SIZE (e.g. 64k),
 #                     not kept in the state directory, that a test can fill
 #

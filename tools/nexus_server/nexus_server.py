@@ -16,8 +16,8 @@ of errors, an unknown repository or path 404.
 
 Fault modes for tests: --mode error500 answers every request with 500;
 --mode hang reads the request and never answers; --mode failN answers the
-first N requests with 500, then works normally; --mode slowN stores the
-asset as usual and answers N ms later (a client can die in between). Every request is appended to
+first N requests with 500, then works normally; --mode slowN takes N ms to
+store the asset and N ms more to answer (a client can die at either). Every request is appended to
 --record-file as one JSON line (method, path, query, the user name, the headers
 but Authorization, body, parts with their headers and bodies, status) before
 it is answered.
@@ -192,10 +192,11 @@ class Handler(BaseHTTPRequestHandler):
             self.respond(500, b"Internal Server Error")
             return
 
+        delay = int(mode[4:]) / 1000 if mode.startswith("slow") else 0
+        time.sleep(delay)
         status, payload, extra = self.decide(parts, content_type, match, parse_error)
         self.record(body, parts, status)
-        if mode.startswith("slow"):
-            time.sleep(int(mode[4:]) / 1000)
+        time.sleep(delay)
         self.respond(status, payload, extra)
 
     def decide(self, parts, content_type, boundary, parse_error):

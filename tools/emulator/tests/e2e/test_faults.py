@@ -85,6 +85,13 @@ def journal_records():
     return records
 
 
+def repository_busy():
+    """The repository still serves a connection (established or closing) on port 443."""
+    with open("/proc/net/tcp") as f:
+        return any(r[1].endswith(":01BB") and r[3] in ("01", "08")
+                   for r in (line.split() for line in f.readlines()[1:]))
+
+
 class KilledMidWrite(unittest.TestCase):
     KILLS = 50
 
@@ -114,10 +121,11 @@ class KilledMidWrite(unittest.TestCase):
         return status
 
     def test_every_kill_leaves_whole_lines_and_exactly_the_pending_uploads(self):
-        began = time.monotonic()
-        self.assertEqual(self.run_killed_at("R0", None), 0)
-        length = time.monotonic() - began
-        self.assertEqual(self.results_and_pending("R0"), [])
+        for serial in ("R0", "R1"):  # the second run's length, with every cache warm
+            began = time.monotonic()
+            self.assertEqual(self.run_killed_at(serial, None), 0)
+            length = time.monotonic() - began
+            self.assertEqual(self.results_and_pending(serial), [])
         seed = int(os.environ.get("FPT_KILL_SEED", "19"))
         print(f"run of {length:.2f} s; killed at {self.KILLS} moments, seed {seed}", flush=True)
         rng = random.Random(seed)
@@ -128,11 +136,13 @@ class KilledMidWrite(unittest.TestCase):
             with self.subTest(kill=k, moment=f"{moment:.3f}"):
                 self.run_killed_at(serial, moment)
                 pending += len(self.results_and_pending(serial))
-        print(f"{pending} uploads sent later; {time.monotonic() - began:.0f} s", flush=True)
+        print(f"{pending} uploads sent later", flush=True)
 
     def results_and_pending(self, serial):
         """Checks the board's results and the journal after a run, sends what
         is pending with front_panel_upload and checks what the repository got."""
+        while repository_busy():  # a killed upload's request is still being taken
+            time.sleep(0.01)
         [*results] = glob.glob(os.path.join(RESULTS_DIR, f"front_panel_test_{serial}-*.txt"))
         self.assertLessEqual(len(results), 1)
         for path in results:
@@ -146,8 +156,9 @@ class KilledMidWrite(unittest.TestCase):
             else:
                 open_requests.pop(path, None)
                 stored = os.path.join(STATE_DIR, "nexus" + target, os.path.basename(path))
+                self.assertTrue(os.path.exists(stored), f"recorded as uploaded, not stored: {path}")
                 with open(path, "rb") as mine, open(stored, "rb") as theirs:
-                    self.assertEqual(mine.read(), theirs.read(), "uploaded but not stored")
+                    self.assertEqual(mine.read(), theirs.read(), "stored, not as recorded")
         for path in open_requests:  # only whole results are offered for upload
             self.assertEqual(read_results(path), results_lines(serial))
         before = len(requests())
@@ -184,18 +195,23 @@ def seed_journal(size):
     text = pair * pairs + line.format("requested", "t") + line.format("uploaded", "t" * (1 + padding))
     with open(JOURNAL, "w") as journal:
         journal.write(text)
-    return text
 
 
 class WriteFaults(unittest.TestCase):
-    """A results folder on its own small disk (--results-tmpfs)."""
+    """The journal beside the results on a small disk of its own
+    (--results-tmpfs): a failed write is cut back, said, and the run goes on."""
 
     def setUp(self):
         for old in glob.glob(os.path.join(RESULTS_DIR, "*")) + [JOURNAL]:
             if os.path.exists(old):
                 os.unlink(old)
 
-    def run_to_menu(self, serial, program_prefix=""):
+    def upload_unrecorded(self, serial, reason, program_prefix="", before_upload=lambda: None):
+        if os.path.exists(JOURNAL):
+            with open(JOURNAL) as journal:
+                before = journal.read()
+        else:
+            before = ""
         if program_prefix:
             os.environ["FPT_PROGRAM"] = program_prefix + " " + os.environ["FPT_PROGRAM"]
         st = QuickStation("-x", timeout=30)
@@ -204,46 +220,23 @@ class WriteFaults(unittest.TestCase):
         st.wait_for(PLAN[0], row=0)
         st.type("m")
         st.wait_for("Selection, (Q)uit", row=21)
-        return st
-
-    def ends_saying_once(self, st, reason, path):
+        before_upload()
+        st.type("u")
         self.assertEqual(st.wait_exit(), 0)
+        with open(JOURNAL) as journal:
+            self.assertEqual(journal.read(), before)
         text = subprocess.run(TMUX + ["capture-pane", "-p", "-J", "-t", "fpt"], check=True,
                               capture_output=True, text=True).stdout
-        said = [line for line in text.splitlines() if path in line and reason in line]
-        self.assertEqual(len(said), 1, text)
-
-    def nothing_false_in_journal(self, before):
-        records = journal_records()
-        self.assertEqual(journal_records()[:len(before)], before)
-        for event, _, target, path, _, _ in records[len(before):]:
-            stored = os.path.join(STATE_DIR, "nexus" + target, os.path.basename(path))
-            self.assertTrue(event == "requested" or os.path.exists(stored), path)
-
-    def test_disk_full_while_results_written(self):
-        fill_disk()
-        st = self.run_to_menu("D1")
-        st.type("q")
-        [results] = glob.glob(os.path.join(RESULTS_DIR, "front_panel_test_D1-*.txt"))
-        self.ends_saying_once(st, "No space left on device", results)
+        self.assertIn(f"{JOURNAL}: {reason}", text)
 
     def test_disk_full_while_journal_written(self):
-        seeded = seed_journal(4096 - 40)  # the next line needs a block of its own
-        st = self.run_to_menu("D2")
-        fill_disk()
-        st.type("u")
-        st.wait_exit()
-        with open(JOURNAL) as journal:
-            self.assertEqual(journal.read(), seeded)
-        self.ends_saying_once(st, "No space left on device", JOURNAL)
+        seed_journal(4096 - 40)  # the next line needs a block of its own
+        self.upload_unrecorded("D2", "No space left on device", before_upload=fill_disk)
 
     def test_journal_io_error(self):
-        before = journal_records()
-        st = self.run_to_menu(
-            "E1", "fiu-run -x -f '' -c 'enable name=posix/io/sync/fdatasync,failinfo=5'")
-        st.type("u")
-        self.ends_saying_once(st, "Input/output error", JOURNAL)
-        self.nothing_false_in_journal(before)
+        self.upload_unrecorded(
+            "E1", "Input/output error",
+            "fiu-run -x -f '' -c 'enable name=posix/io/sync/fdatasync,failinfo=5'")
 
 
 if __name__ == "__main__":
