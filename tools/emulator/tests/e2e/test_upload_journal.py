@@ -30,9 +30,9 @@ def requests():
         return [json.loads(line) for line in f if line.strip()]
 
 
-def upload_program(*args):
+def upload_program(*args, **options):
     return subprocess.run([os.environ["FPT_UPLOAD_PROGRAM"], *args], capture_output=True,
-                          text=True, timeout=60)
+                          text=True, timeout=60, **options)
 
 
 class UploadCase(unittest.TestCase):
@@ -73,8 +73,7 @@ class SentLater(UploadCase):
 
     def test_failed_upload_is_sent_once_by_front_panel_upload(self):
         # Results written elsewhere (-f) are recorded in the journal beside them.
-        folder = "/home/transfer/elsewhere"
-        os.makedirs(folder)
+        os.makedirs(folder := "/home/transfer/elsewhere")
         journal, results, gone = (f"{folder}/{n}" for n in (JOURNAL_NAME, "r.txt", "gone.txt"))
         self.operator_run("Q7", "q", "-f", f"{folder}/q.txt").wait_exit()
         self.failed_upload(self.operator_run(SERIAL, "u", "-f", results), results, 30)
@@ -114,6 +113,10 @@ class SentLater(UploadCase):
             wrong = upload_program(*wrong)
             self.assertEqual(wrong.returncode, 2)
             self.assertTrue(wrong.stderr.startswith("usage: front_panel_upload"), wrong.stderr)
+
+        os.chmod(journal, 0o600)  # an account that cannot read it is told so, not "0 pending"
+        no = upload_program("--journal", journal, "--list", user="nobody")
+        self.assertEqual(no.stderr, f"front_panel_upload: cannot read {journal}: Permission denied\n")
 
 
 class SilentRepository(UploadCase):
