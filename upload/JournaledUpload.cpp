@@ -66,7 +66,8 @@ bool sendAndRecord(UploadJournal const& journal, QString const& path, QString co
 bool uploadRequestedResults(QString const& path, QString const& targetDir) {
     UploadJournal const journal(UploadJournal::besideResults(path));
     QString why;
-    if (!recordRequest(journal, path, targetDir, &why))
+    bool const recorded = recordRequest(journal, path, targetDir, &why);
+    if (!recorded)
         std::fprintf(stderr,
                      "The upload of %s could not be recorded (%s); if it fails, send the file "
                      "later with: %s\n",
@@ -76,5 +77,7 @@ bool uploadRequestedResults(QString const& path, QString const& targetDir) {
     std::printf("Uploading %s to %s ...\n", QFile::encodeName(path).constData(),
                 ProductionArtifactsNexusRepo::baseAddress().toLocal8Bit().constData());
     std::fflush(stdout);
-    return sendAndRecord(journal, path, targetDir);
+    // Nothing pending to close when the request could not be recorded.
+    return recorded ? sendAndRecord(journal, path, targetDir)
+                    : ProductionArtifactsNexusRepo().upload(path, targetDir);
 }

@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -37,9 +38,8 @@ QString decode(QByteArray const& field) {
     return QString::fromUtf8(QByteArray::fromPercentEncoding(field));
 }
 
-char const* eventName(JournalEntry::Event event) {
-    return event == JournalEntry::Event::Requested ? "requested" : "uploaded";
-}
+// The first field of a line, in the order of JournalEntry::Event.
+char const* const kEventNames[] = {"requested", "uploaded", "forgotten"};
 
 bool isLowerHex(QByteArray const& text) {
     for (char c : text)
@@ -100,20 +100,19 @@ bool syncFolder(QString const& path, QString* why) {
 QString const UploadJournal::kFileName = QStringLiteral(".front_panel_test-uploads");
 
 QByteArray JournalEntry::toLine() const {
-    return QByteArray(eventName(event)) + '\t' + encode(time) + '\t' + encode(targetDir) + '\t' +
-           encode(path) + '\t' + QByteArray::number(size) + '\t' + sha256 + '\n';
+    return QByteArray(kEventNames[static_cast<int>(event)]) + '\t' + encode(time) + '\t' +
+           encode(targetDir) + '\t' + encode(path) + '\t' + QByteArray::number(size) + '\t' +
+           sha256 + '\n';
 }
 
 bool JournalEntry::fromLine(QByteArray const& line, JournalEntry& entry) {
     QList<QByteArray> const fields = line.split('\t');
     if (fields.size() != kFieldCount)
         return false;
-    if (fields[0] == "requested")
-        entry.event = Event::Requested;
-    else if (fields[0] == "uploaded")
-        entry.event = Event::Uploaded;
-    else
+    auto const name = std::find(std::begin(kEventNames), std::end(kEventNames), fields[0]);
+    if (name == std::end(kEventNames))
         return false;
+    entry.event = static_cast<Event>(name - std::begin(kEventNames));
     bool sizeOk = false;
     entry.size = fields[4].toLongLong(&sizeOk);
     entry.sha256 = fields[5];
@@ -201,8 +200,11 @@ bool UploadJournal::syncToDisk(QString const& path, QString* why) {
 JournalContents UploadJournal::read() const {
     JournalContents contents;
     QFile file(m_path);
-    if (!file.open(QIODevice::ReadOnly))
+    if (!file.open(QIODevice::ReadOnly)) {
+        if (file.exists())
+            contents.error = m_path + QStringLiteral(": ") + file.errorString();
         return contents;
+    }
     QList<QByteArray> const lines = file.readAll().split('\n');
     // After the last newline comes an empty piece, or a line cut short.
     for (int i = 0; i < lines.size(); ++i) {

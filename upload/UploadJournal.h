@@ -16,7 +16,9 @@
 #include <vector>
 
 struct JournalEntry {
-    enum class Event { Requested, Uploaded };
+    // Forgotten: the operator gave the file up (deleted for good); like an
+    // upload, it ends the file's pending request.
+    enum class Event { Requested, Uploaded, Forgotten };
 
     Event event = Event::Requested;
     QString time;
@@ -50,8 +52,11 @@ struct JournalContents {
     };
     std::vector<JournalEntry> entries;
     std::vector<Problem> problems;
+    // Why a journal that exists could not be read; empty if it was.
+    QString error;
 
-    // Files whose last request has no upload after it, in request order.
+    // Files whose last request has no upload (or forgetting) after it, in
+    // request order.
     std::vector<JournalEntry> pending() const;
     // The latest request for this file, or null.
     JournalEntry const* lastRequest(QString const& path) const;
@@ -73,7 +78,8 @@ public:
     // and false is returned with the reason ("<journal>: <error>") in why.
     bool append(JournalEntry const& entry, QString* why = nullptr) const;
 
-    // Every whole line; a journal that does not exist is empty.
+    // Every whole line; a journal that does not exist is empty, one that
+    // cannot be read says why.
     JournalContents read() const;
 
     // A "requested" or "uploaded" entry for the file as it is now, stamped

@@ -113,10 +113,9 @@ TEST(UploadJournal, FailedAppendLeavesNoPartOfItsLine) {
     ASSERT_TRUE(folder.journal.append(entry));
     qint64 const before = QFileInfo(folder.journal.path()).size();
     // The disk fills up ten bytes into the next line.
-    rlimit full{};
-    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &full), 0);
-    rlimit const unlimited = full;
-    full.rlim_cur = static_cast<rlim_t>(before + 10);
+    rlimit unlimited{};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &unlimited), 0);
+    rlimit const full{static_cast<rlim_t>(before + 10), unlimited.rlim_max};
     auto const oldHandler = std::signal(SIGXFSZ, SIG_IGN);
     ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &full), 0);
     QString why;

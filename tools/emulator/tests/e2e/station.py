@@ -46,12 +46,14 @@ class Station:
         conf = "/tmp/fpt-e2e.tmux.conf"
         with open(conf, "w") as f:
             f.write("set -g remain-on-exit on\nset -g default-terminal screen\n")
-        # A server still dying from the kill above refuses the session: retry.
-        for retry in range(50, -1, -1):
-            if subprocess.run(TMUX + ["-f", conf, "new-session", "-d", "-s", "fpt", "-x", "80",
-                                      "-y", "24", cmd], check=not retry).returncode == 0:
+        # A server just told to end may still take the new session and exit
+        # under it ("server exited unexpectedly"): then start it again.
+        for attempt in range(3):
+            started = subprocess.run(TMUX + ["-f", conf, "new-session", "-d", "-s", "fpt", "-x",
+                                             "80", "-y", "24", cmd], check=attempt == 2)
+            if started.returncode == 0:
                 break
-            time.sleep(0.02)
+            time.sleep(0.2)
 
     def close(self):
         subprocess.run(TMUX + ["kill-server"], stderr=subprocess.DEVNULL)
