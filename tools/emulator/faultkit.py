@@ -1,0 +1,189 @@
+"""Faults struck into front_panel_test in the emulated instrument, and what
+they leave behind: the program killed with SIGKILL at a chosen moment of a
+quick scripted run, the results folder's disk filled to the last block, a
+journal seeded to a chosen size; the journal's records, what the test
+repository received and stored.
+
+Runs inside the emulated instrument; the end-to-end fault tests drive it,
+and by hand it runs longer campaigns (FPT_KILL_SEED, more kills).
+"""
+
+import base64
+import errno
+import glob
+import json
+import os
+import random
+import signal
+import subprocess
+import sys
+import threading
+import time
+
+sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "tests", "e2e"))
+from station import RESULTS_DIR, STATE_DIR, TMUX, Station  # noqa: E402
+
+JOURNAL = os.path.join(RESULTS_DIR, ".front_panel_test-uploads")
+PLAN = ["Shaft Encoder Tests", "Button Tests", "Headphone Jack Detection Test",
+        "Speaker Output Test", "Headphone Output Test"]
+FILLER = os.path.join(RESULTS_DIR, "filler")
+MENU_PROMPT = "Selection, (Q)uit"
+
+
+class Killed(Exception):
+    pass
+
+
+class QuickStation(Station):
+    """An operator who answers each screen as soon as it is up, and stops as
+    soon as the program has been killed. Started with -x on an instrument
+    without the self-test image, the audio tests' stand-ins write their
+    failure lines into the results mid-run."""
+
+    killed = False
+
+    def __init__(self):
+        super().__init__("-x", timeout=30)
+
+    def screen(self):
+        if self.killed:
+            raise Killed()
+        return super().screen()
+
+    def text(self):
+        """The terminal with wrapped lines joined."""
+        return subprocess.run(TMUX + ["capture-pane", "-p", "-J", "-t", "fpt"], check=True,
+                              capture_output=True, text=True).stdout
+
+    def program_pid(self):
+        # The pane's shell runs the program (or qemu with it) as its child.
+        shell = subprocess.run(TMUX + ["display", "-p", "-t", "fpt", "#{pane_pid}"],
+                               capture_output=True, text=True, check=True).stdout.strip()
+        while True:
+            with open(f"/proc/{shell}/task/{shell}/children") as children:
+                pids = children.read().split()
+            if pids:
+                return int(pids[0])
+            time.sleep(0.001)
+
+    def to_menu(self, serial):
+        self.enter_serial(serial)
+        self.wait_for(PLAN[0], row=0)
+        self.type("m")
+        self.wait_for(MENU_PROMPT, row=21)
+
+    def whole_run(self, serial):
+        """Every kind of write the program makes: the results' head, the
+        stand-ins' failure lines (run from the menu), back round to the first
+        test, then (U)pload: result lines, journal, repository, journal."""
+        self.to_menu(serial)
+        self.type("4")
+        for name in PLAN[3:]:
+            self.wait_for(name, row=0)
+            self.wait_for("Press Any Key", row=21)
+            self.type("x")
+        self.wait_for(PLAN[0], row=0)
+        self.type("m")
+        self.wait_for(MENU_PROMPT, row=21)
+        self.type("u")
+
+
+def run_killed_at(serial, moment):
+    """One whole run killed `moment` s after its start (None: never); its
+    exit status (137 when the kill came first)."""
+    st = QuickStation()
+    try:
+        pid = st.program_pid()
+
+        def kill():
+            st.killed = True
+            try:
+                os.kill(pid, signal.SIGKILL)
+            except ProcessLookupError:  # it ended first
+                pass
+        timer = threading.Timer(moment, kill) if moment is not None else None
+        if timer:
+            timer.start()
+        try:
+            st.whole_run(serial)
+        except Killed:
+            pass
+        status = st.wait_exit(timeout=60)
+        if timer:
+            timer.cancel()
+            timer.join()
+        return status
+    finally:
+        st.close()
+
+
+def kill_moments(kills, seed, serial="R"):
+    """The length of one warm whole run (the second of two), and `kills`
+    moments drawn over it."""
+    for n in range(2):
+        began = time.monotonic()
+        if run_killed_at(f"{serial}{n}", None) != 0:
+            raise RuntimeError("the whole run did not end normally")
+        length = time.monotonic() - began
+    print(f"run of {length:.2f} s; killed at {kills} moments, seed {seed}", flush=True)
+    rng = random.Random(seed)
+    return [rng.uniform(0, length) for _ in range(kills)]
+
+
+def fill_disk():
+    """Fills the results folder's disk to the last block."""
+    with open(FILLER, "wb", buffering=0) as filler:
+        try:
+            while True:
+                filler.write(bytes(4096))
+        except OSError as error:
+            if error.errno != errno.ENOSPC:
+                raise
+
+
+def seed_journal(size):
+    """A journal of exactly `size` bytes in whole lines, every upload in it done."""
+    line = "{}\t{}\t/CV084/S/front_panel_test/\t/home/transfer/log/old\t1\t" + "0" * 64 + "\n"
+    pair = line.format("requested", "t") + line.format("uploaded", "t")
+    pairs = size // len(pair) - 1
+    padding = size - len(pair) * (pairs + 1)
+    text = pair * pairs + line.format("requested", "t") + line.format("uploaded", "t" * (1 + padding))
+    with open(JOURNAL, "w") as journal:
+        journal.write(text)
+
+
+def journal_text():
+    if not os.path.exists(JOURNAL):
+        return ""
+    with open(JOURNAL) as journal:
+        return journal.read()
+
+
+def journal_records():
+    """The journal's lines, each split in its six fields."""
+    return [line.split("\t") for line in journal_text().splitlines()]
+
+
+def repository_busy():
+    """The repository still serves a connection (established or closing) on
+    port 443, e.g. the upload of a program just killed."""
+    with open("/proc/net/tcp") as f:
+        return any(r[1].endswith(":01BB") and r[3] in ("01", "08")
+                   for r in (line.split() for line in f.readlines()[1:]))
+
+
+def received():
+    """Every request the repository got: (file name, status)."""
+    path = os.path.join(STATE_DIR, "nexus-requests.jsonl")
+    if not os.path.exists(path):
+        return []
+    with open(path) as f:
+        requests = [json.loads(line) for line in f if line.strip()]
+    return [(next((base64.b64decode(p["body_base64"]).decode() for p in r["parts"]
+                   if p["name"] == "raw.asset1.filename"), None), r["status"]) for r in requests]
+
+
+def stored(target_dir, path):
+    """Where the repository keeps `path` uploaded into `target_dir`."""
+    return os.path.join(STATE_DIR, "nexus" + target_dir, os.path.basename(path))
+
