@@ -4,8 +4,8 @@ quick scripted run, the results folder's disk filled to the last block, a
 journal seeded to a chosen size; the journal's records, what the test
 repository received and stored.
 
-Runs inside the emulated instrument; the end-to-end fault tests drive it,
-and by hand it runs longer campaigns (FPT_KILL_SEED, more kills).
+Runs inside the emulated instrument, driven by the end-to-end fault tests
+(tests/e2e/test_faults.py; FPT_KILL_SEED=N there draws other kill moments).
 """
 
 import base64
