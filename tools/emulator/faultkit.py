@@ -10,7 +10,6 @@ Runs inside the emulated instrument, driven by the end-to-end fault tests
 
 import base64
 import errno
-import glob
 import json
 import os
 import random
@@ -147,7 +146,8 @@ def seed_journal(size):
     pair = line.format("requested", "t") + line.format("uploaded", "t")
     pairs = size // len(pair) - 1
     padding = size - len(pair) * (pairs + 1)
-    text = pair * pairs + line.format("requested", "t") + line.format("uploaded", "t" * (1 + padding))
+    last = line.format("requested", "t") + line.format("uploaded", "t" * (1 + padding))
+    text = pair * pairs + last
     with open(JOURNAL, "w") as journal:
         journal.write(text)
 

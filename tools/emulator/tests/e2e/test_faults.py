@@ -2,6 +2,7 @@
 """Faults in the middle of a write (the kit: tools/emulator/faultkit.py).
 Each case runs in a fresh emulated instrument without the self-test image."""
 
+import glob
 import os
 import sys
 import time
@@ -28,7 +29,7 @@ class KilledMidWrite(unittest.TestCase):
                 self.check_and_send_pending(f"K{k:02d}")
 
     def check_and_send_pending(self, serial):
-        for path in kit.glob.glob(f"{kit.RESULTS_DIR}/front_panel_test_{serial}-*.txt"):
+        for path in glob.glob(f"{kit.RESULTS_DIR}/front_panel_test_{serial}-*.txt"):
             lines = read_results(path) if os.path.getsize(path) else []
             self.assertEqual(lines, results_lines(serial)[:len(lines)], path)
         text, pending = kit.journal_text(), {}
