@@ -164,12 +164,18 @@ def journal_records():
     return [line.split("\t") for line in journal_text().splitlines()]
 
 
-def repository_busy():
-    """The repository still serves a connection (established or closing) on
-    port 443, e.g. the upload of a program just killed."""
-    with open("/proc/net/tcp") as f:
-        return any(r[1].endswith(":01BB") and r[3] in ("01", "08")
-                   for r in (line.split() for line in f.readlines()[1:]))
+def wait_repository_idle(timeout=30.0):
+    """Waits until the repository serves no connection (established or
+    closing) on port 443, e.g. the upload of a program just killed."""
+    deadline = time.monotonic() + timeout
+    while True:
+        with open("/proc/net/tcp") as f:
+            rows = [line.split() for line in f.readlines()[1:]]
+        if not any(r[1].endswith(":01BB") and r[3] in ("01", "08") for r in rows):
+            return
+        if time.monotonic() > deadline:
+            raise RuntimeError("the repository still serves a connection")
+        time.sleep(0.01)
 
 
 def received():

@@ -5,7 +5,6 @@ Each case runs in a fresh emulated instrument without the self-test image."""
 import glob
 import os
 import sys
-import time
 import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", ".."))
@@ -44,8 +43,7 @@ class KilledMidWrite(unittest.TestCase):
                 pending.pop(path, None)
                 with open(path) as mine, open(kit.stored(target, path)) as theirs:
                     self.assertEqual(mine.read(), theirs.read(), "recorded as uploaded")
-        while kit.repository_busy():  # a killed upload's request is still being taken
-            time.sleep(0.01)
+        kit.wait_repository_idle()  # a killed upload's request may still be being taken
         before = len(kit.received())
         sent = upload_program()
         self.assertEqual(sent.returncode, 0, sent.stderr)
