@@ -152,6 +152,12 @@ def seed_journal(size):
         journal.write(text)
 
 
+def failing_sync(call):
+    """A prefix for the program's command: every `call` (fsync, fdatasync)
+    it makes fails with EIO (libfiu's POSIX preload)."""
+    return f"fiu-run -x -f '' -c 'enable name=posix/io/sync/{call},failinfo={errno.EIO}' "
+
+
 def journal_text():
     if not os.path.exists(JOURNAL):
         return ""

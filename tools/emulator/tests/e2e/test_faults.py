@@ -53,20 +53,22 @@ class KilledMidWrite(unittest.TestCase):
 
 
 class WriteFaults(unittest.TestCase):
-    """The journal's disk full (a small tmpfs of its own), or failing."""
+    """The journal's disk full (a small tmpfs of its own), or failing; the
+    results file failing to reach the disk before its upload is recorded."""
 
-    def upload_unrecorded(self, reason, prefix="", before_upload=lambda: None):
+    def upload_unrecorded(self, reason, failing=kit.JOURNAL, prefix="", before_upload=None):
         before = kit.journal_text()
-        if prefix:
-            os.environ["FPT_PROGRAM"] = prefix + " " + os.environ["FPT_PROGRAM"]
+        self.addCleanup(os.environ.__setitem__, "FPT_PROGRAM", os.environ["FPT_PROGRAM"])
+        os.environ["FPT_PROGRAM"] = prefix + os.environ["FPT_PROGRAM"]
         st = kit.QuickStation()
         self.addCleanup(st.close)
         st.to_menu("W1")
-        before_upload()
+        if before_upload:
+            before_upload()
         st.type("u")
         self.assertEqual(st.wait_exit(), 0)
         self.assertEqual(kit.journal_text(), before)  # cut back, no line cut short
-        self.assertIn(f"{kit.JOURNAL}: {reason}", st.text())
+        self.assertRegex(st.text(), f"{failing}: {reason}")
 
     def test_disk_full_while_journal_written(self):
         kit.seed_journal(4096 - 40)  # the next line needs a block of its own
@@ -74,9 +76,11 @@ class WriteFaults(unittest.TestCase):
         self.upload_unrecorded("No space left on device", before_upload=kit.fill_disk)
 
     def test_journal_io_error(self):
-        self.upload_unrecorded(
-            "Input/output error",
-            "fiu-run -x -f '' -c 'enable name=posix/io/sync/fdatasync,failinfo=5'")
+        self.upload_unrecorded("Input/output error", prefix=kit.failing_sync("fdatasync"))
+
+    def test_results_io_error(self):  # no record of results the disk may not hold
+        self.upload_unrecorded("Input/output error", r"/front_panel_test_W1-\d{8}-\d{6}\.txt",
+                               kit.failing_sync("fsync"))
 
 
 if __name__ == "__main__":
