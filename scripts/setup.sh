@@ -23,8 +23,6 @@ PACKAGES=(
     clang libclang-rt-14-dev
     # the emulated instrument and the end-to-end tests
     libfuse3-dev fuse3 bubblewrap tmux python3 util-linux procps iproute2
-    # I/O errors injected into the program's writes (tests/e2e/test_faults.py)
-    fiu-utils
     "$@"
 )
 

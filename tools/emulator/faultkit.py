@@ -154,8 +154,8 @@ def seed_journal(size):
 
 def failing_sync(call):
     """A prefix for the program's command: every `call` (fsync, fdatasync)
-    it makes fails with EIO (libfiu's POSIX preload)."""
-    return f"fiu-run -x -f '' -c 'enable name=posix/io/sync/{call},failinfo={errno.EIO}' "
+    it makes fails with EIO (the build's libcv084-failing-sync preloaded)."""
+    return f"env LD_PRELOAD={os.environ['FPT_FAILING_SYNC']} CV084_FAILING_SYNC={call} "
 
 
 def journal_text():
