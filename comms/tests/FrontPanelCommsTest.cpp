@@ -55,20 +55,52 @@ TEST(FrontPanelCommsTest, EachCommandPutsItsExactBytesOnTheLine) {
     expected += "B2c\nB05\nA1\nA3\nA2\n";
     EXPECT_EQ(panel.received(), expected);
     EXPECT_EQ(comms.bytesSent, expected.size());
+}
 
-    // A panel that stops reading: once the line is full, a command is
-    // reported and dropped within one poll; it works again once read.
-    while (::write(comms.fd, "x", 1) == 1) {
-    }
+// A panel that stops reading, on a pty: the test fills the line from a second
+// descriptor until it has room for 3 bytes only, so "L0fffffff\n" goes out in
+// part. Neither it nor a later command may leave a fragment on the line.
+TEST(FrontPanelCommsTest, ACommandGoesOutWholeOrNotAtAll) {
+    const int master = ::posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK);
+    ASSERT_EQ(::grantpt(master) | ::unlockpt(master), 0);
+    const int filler = ::open(::ptsname(master), O_RDWR | O_NOCTTY | O_NONBLOCK);
+    struct termios tty {};
+    ::cfmakeraw(&tty);
+    ASSERT_EQ(::tcsetattr(filler, TCSANOW, &tty), 0);
+    // The kernel moves bytes on to the reader in the background: settle first.
+    auto pause = [] { ::usleep(10000); };
+    auto fill = [&](size_t limit) {
+        size_t n = 0;
+        while (n < limit &&
+               (::write(filler, "x", 1) == 1 || (pause(), ::write(filler, "x", 1) == 1)))
+            ++n;
+        return n;
+    };
+    auto drain = [&] {
+        std::string bytes;
+        char buffer[4096];
+        for (ssize_t n; pause(), (n = ::read(master, buffer, sizeof buffer)) > 0;)
+            bytes.append(buffer, size_t(n));
+        return bytes;
+    };
+    const size_t capacity = fill(SIZE_MAX);
+    drain();
+    ASSERT_EQ(fill(capacity - 3), capacity - 3);
+
+    FrontPanelComms comms(QString::fromLocal8Bit(::ptsname(master)));
+    ASSERT_TRUE(comms.openPort());
     testing::internal::CaptureStderr();
-    EXPECT_FALSE(comms.sendLine(QStringLiteral("B05\n")));
+    comms.setLed(15, 0xFFFFFF);
+    comms.setBrightness(5); // the line is still full: dropped whole
     EXPECT_EQ(testing::internal::GetCapturedStderr(),
-              errnoText("FrontPanelComs::sendLine() failed", ETIMEDOUT));
-    EXPECT_EQ(comms.bytesSent, expected.size());
-    while (!panel.received().empty()) { // only the filling, not the dropped line
-    }
-    comms.setLed(1, 0xFFFFFF);
-    EXPECT_EQ(panel.received(), "L01ffffff\n");
+              errnoText("FrontPanelComs::sendLine() failed", ETIMEDOUT) +
+                  errnoText("FrontPanelComs::sendLine() failed", ETIMEDOUT));
+    EXPECT_EQ(drain().substr(capacity - 3), "L0f");
+    EXPECT_TRUE(comms.sendLine(QStringLiteral("A0\n")));
+    EXPECT_EQ(drain(), "ffffff\nA0\n");
+    EXPECT_EQ(comms.bytesSent, 13u);
+    ::close(filler);
+    ::close(master);
 }
 
 TEST(FrontPanelCommsTest, LineIsSetUpRawAndKeepsItsSpeed) {
