@@ -27,6 +27,18 @@ attr_t cursesAttr(Terminal::Attr attr) {
     return A_NORMAL;
 }
 
+// What leaving the screen sends to the terminal, looked up while curses may
+// still be called: a crash hands it to the terminal from a signal handler.
+std::string screenResetSequence() {
+    std::string bytes;
+    for (char const* name : {"sgr0", "cnorm", "rmkx", "rmcup"}) {
+        char const* const capability = tigetstr(name);
+        if (capability != nullptr && capability != reinterpret_cast<char*>(-1))
+            bytes += capability;
+    }
+    return bytes;
+}
+
 } // namespace
 
 CursesTerminal::~CursesTerminal() {
@@ -51,6 +63,7 @@ void CursesTerminal::start() {
     noecho();
     keypad(stdscr, TRUE);
     timeout(0);
+    m_diversion->setScreenReset(screenResetSequence());
     m_blocking = false;
     m_started = true;
 }
