@@ -31,7 +31,7 @@ attr_t cursesAttr(Terminal::Attr attr) {
 // still be called: a crash hands it to the terminal from a signal handler.
 std::string screenResetSequence() {
     std::string bytes;
-    for (char const* name : {"sgr0", "cnorm", "rmkx", "rmcup"}) {
+    for (char const* name : {"rmcup", "rmkx", "sgr0", "cnorm"}) {
         char const* const capability = tigetstr(name);
         if (capability != nullptr && capability != reinterpret_cast<char*>(-1))
             bytes += capability;
