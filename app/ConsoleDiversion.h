@@ -22,6 +22,7 @@
 #include <array>
 #include <string>
 #include <termios.h>
+#include <utility>
 
 class ConsoleDiversion {
 public:

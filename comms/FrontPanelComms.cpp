@@ -160,9 +160,10 @@ bool FrontPanelComms::sendLine(QString const& line) {
     }
     // The panel reads lines. Once part of a command is on the line it cannot
     // be taken back, and a line feed to cut it short could turn "A1" into "A"
-    // or "B05" into "B0", commands of their own. So the rest of such a command
-    // goes out first, ahead of the next one, and the panel only ever sees
-    // whole commands; a command of which nothing went out is dropped.
+    // or "B05" into "B0", commands of their own. So a command cut short by the
+    // time limit is reported as failed, yet its rest goes out first, ahead of
+    // the next one: the panel only ever sees whole commands, one to a line. A
+    // command of which nothing went out is dropped.
     const int owed = unsentTail.size();
     const QByteArray bytes = unsentTail + line.toLocal8Bit();
     const size_t written = boundedWrite(fd, bytes.constData(), static_cast<size_t>(bytes.size()));
