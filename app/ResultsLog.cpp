@@ -71,8 +71,9 @@ bool FrontPanelTestManager::uploadResults() {
     std::fputs("Nexus Upload Failed, are you connected to the network?\n", stderr);
     // A failed upload is a delay, not a loss: tell the operator where the
     // results wait (information, so standard output, after the error).
-    std::printf("The results stay in %s; send them later with front_panel_upload.\n",
-                m_logFileName.toLocal8Bit().constData());
+    std::printf("The results stay in %s; send them later with: %s\n",
+                m_logFileName.toLocal8Bit().constData(),
+                sendLaterCommand(m_logFileName).toLocal8Bit().constData());
     std::fflush(stdout);
     return false;
 }

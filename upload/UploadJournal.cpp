@@ -2,9 +2,9 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
 #include <fcntl.h>
+#include <iterator>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -38,9 +38,8 @@ QString decode(QByteArray const& field) {
     return QString::fromUtf8(QByteArray::fromPercentEncoding(field));
 }
 
-char const* eventName(JournalEntry::Event event) {
-    return event == JournalEntry::Event::Requested ? "requested" : "uploaded";
-}
+// The first field of a line, in the order of JournalEntry::Event.
+char const* const kEventNames[] = {"requested", "uploaded", "forgotten"};
 
 bool isLowerHex(QByteArray const& text) {
     for (char c : text)
@@ -80,25 +79,40 @@ bool writeAll(int fd, QByteArray const& data) {
     return true;
 }
 
+// Records "<file>: <reason>" from errno; always false.
+bool failed(QString const& file, QString* why) {
+    if (why)
+        *why = file + QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(errno));
+    return false;
+}
+
+bool syncFolder(QString const& path, QString* why) {
+    QString const folder = QFileInfo(path).absolutePath();
+    Descriptor dir(
+        ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (dir.get() < 0 || ::fsync(dir.get()) != 0)
+        return failed(folder, why);
+    return true;
+}
+
 } // namespace
 
 QString const UploadJournal::kFileName = QStringLiteral(".front_panel_test-uploads");
 
 QByteArray JournalEntry::toLine() const {
-    return QByteArray(eventName(event)) + '\t' + encode(time) + '\t' + encode(targetDir) + '\t' +
-           encode(path) + '\t' + QByteArray::number(size) + '\t' + sha256 + '\n';
+    return QByteArray(kEventNames[static_cast<int>(event)]) + '\t' + encode(time) + '\t' +
+           encode(targetDir) + '\t' + encode(path) + '\t' + QByteArray::number(size) + '\t' +
+           sha256 + '\n';
 }
 
 bool JournalEntry::fromLine(QByteArray const& line, JournalEntry& entry) {
     QList<QByteArray> const fields = line.split('\t');
     if (fields.size() != kFieldCount)
         return false;
-    if (fields[0] == "requested")
-        entry.event = Event::Requested;
-    else if (fields[0] == "uploaded")
-        entry.event = Event::Uploaded;
-    else
+    auto const name = std::find(std::begin(kEventNames), std::end(kEventNames), fields[0]);
+    if (name == std::end(kEventNames))
         return false;
+    entry.event = static_cast<Event>(name - std::begin(kEventNames));
     bool sizeOk = false;
     entry.size = fields[4].toLongLong(&sizeOk);
     entry.sha256 = fields[5];
@@ -152,36 +166,45 @@ QString UploadJournal::besideResults(QString const& resultsFile) {
     return QFileInfo(resultsFile).absolutePath() + '/' + kFileName;
 }
 
-bool UploadJournal::append(JournalEntry const& entry) const {
+bool UploadJournal::append(JournalEntry const& entry, QString* why) const {
     QByteArray const name = QFile::encodeName(m_path);
     bool const created = !QFileInfo::exists(m_path);
     Descriptor fd(::open(name.constData(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
-    bool ok = fd.get() >= 0;
-    QByteArray line = entry.toLine();
     struct stat info {};
-    if (ok && ::fstat(fd.get(), &info) == 0 && info.st_size > 0) {
-        char last = '\n';
-        if (::pread(fd.get(), &last, 1, info.st_size - 1) == 1 && last != '\n')
-            line.prepend('\n');
+    if (fd.get() < 0 || ::fstat(fd.get(), &info) != 0)
+        return failed(m_path, why);
+    QByteArray line = entry.toLine();
+    char last = '\n';
+    if (info.st_size > 0 && ::pread(fd.get(), &last, 1, info.st_size - 1) == 1 && last != '\n')
+        line.prepend('\n');
+    if (!writeAll(fd.get(), line) || ::fdatasync(fd.get()) != 0) {
+        int const error = errno;
+        // A line cut short by a full disk would be read as damaged, or glued
+        // to the next one: take back whatever part of it was written.
+        if (::ftruncate(fd.get(), info.st_size) == 0)
+            ::fdatasync(fd.get());
+        errno = error;
+        return failed(m_path, why);
     }
-    ok = ok && writeAll(fd.get(), line) && ::fdatasync(fd.get()) == 0;
-    if (ok && created) {
-        // The new file's name must be on disk too, or a power cut loses it.
-        Descriptor dir(::open(QFile::encodeName(QFileInfo(m_path).absolutePath()).constData(),
-                              O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-        ok = dir.get() >= 0 && ::fsync(dir.get()) == 0;
-    }
-    if (!ok)
-        std::fprintf(stderr, "Could not record the upload in %s: %s\n", name.constData(),
-                     std::strerror(errno));
-    return ok;
+    // A new journal's name must be on disk too, or a power cut loses it.
+    return !created || syncFolder(m_path, why);
+}
+
+bool UploadJournal::syncToDisk(QString const& path, QString* why) {
+    Descriptor fd(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC));
+    if (fd.get() < 0 || ::fsync(fd.get()) != 0)
+        return failed(path, why);
+    return syncFolder(path, why);
 }
 
 JournalContents UploadJournal::read() const {
     JournalContents contents;
     QFile file(m_path);
-    if (!file.open(QIODevice::ReadOnly))
+    if (!file.open(QIODevice::ReadOnly)) {
+        if (file.exists())
+            contents.error = m_path + QStringLiteral(": ") + file.errorString();
         return contents;
+    }
     QList<QByteArray> const lines = file.readAll().split('\n');
     // After the last newline comes an empty piece, or a line cut short.
     for (int i = 0; i < lines.size(); ++i) {

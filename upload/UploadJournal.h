@@ -16,7 +16,9 @@
 #include <vector>
 
 struct JournalEntry {
-    enum class Event { Requested, Uploaded };
+    // Forgotten: the operator gave the file up (deleted for good); like an
+    // upload, it ends the file's pending request.
+    enum class Event { Requested, Uploaded, Forgotten };
 
     Event event = Event::Requested;
     QString time;
@@ -50,8 +52,11 @@ struct JournalContents {
     };
     std::vector<JournalEntry> entries;
     std::vector<Problem> problems;
+    // Why a journal that exists could not be read; empty if it was.
+    QString error;
 
-    // Files whose last request has no upload after it, in request order.
+    // Files whose last request has no upload (or forgetting) after it, in
+    // request order.
     std::vector<JournalEntry> pending() const;
     // The latest request for this file, or null.
     JournalEntry const* lastRequest(QString const& path) const;
@@ -69,16 +74,23 @@ public:
 
     // Appends one line and waits until it is on disk. A journal whose last
     // line was cut short first gets the missing newline, so the new line
-    // stays whole. False (with the reason on standard error) on failure.
-    bool append(JournalEntry const& entry) const;
+    // stays whole. On failure the journal is cut back to its size before,
+    // and false is returned with the reason ("<journal>: <error>") in why.
+    bool append(JournalEntry const& entry, QString* why = nullptr) const;
 
-    // Every whole line; a journal that does not exist is empty.
+    // Every whole line; a journal that does not exist is empty, one that
+    // cannot be read says why.
     JournalContents read() const;
 
     // A "requested" or "uploaded" entry for the file as it is now, stamped
     // with the current time; size and hash stay empty if it cannot be read.
     static JournalEntry describe(JournalEntry::Event event, QString const& path,
                                  QString const& targetDir);
+
+    // Flushes a file and the folder that holds its name to disk, so that a
+    // power cut cannot take back what a record is about to claim. False with
+    // the reason ("<file>: <error>") in why.
+    static bool syncToDisk(QString const& path, QString* why);
 
 private:
     QString m_path;

@@ -41,8 +41,8 @@ public:
     void start() override { m_started = true; }
     void stop() override { m_started = false; }
     bool isStarted() const override { return m_started; }
-    void erase() override {}
-    void print(int, int, std::string const&, Attr) override {}
+    void erase() override { shown.clear(); }
+    void print(int, int, std::string const& text, Attr) override { shown += text + '\n'; }
     void refresh() override {}
     void setInputMode(bool blocking, bool) override { m_blocking = blocking; }
     int readKey() override {
@@ -59,6 +59,8 @@ public:
         }
     }
     std::string readWord(int) override { throw ScriptExhausted(); }
+
+    std::string shown; // the texts of the last frame, one a line
 
 private:
     std::deque<std::function<int()>> m_script;

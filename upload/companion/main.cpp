@@ -3,6 +3,7 @@
 // journal beside the results records them. Same repository, credential and
 // tries as front_panel_test's own upload.
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -32,12 +33,17 @@ constexpr auto kLockWait = std::chrono::seconds(3);
 constexpr auto kLockRetry = std::chrono::milliseconds(100);
 
 char const kUsage[] =
-    "usage: front_panel_upload [--list] [--journal FILE] [RESULTS_FILE...]\n"
+    "usage: front_panel_upload [--journal FILE] [--list | [--forget] RESULTS_FILE...]\n"
     "Sends front_panel_test results files whose upload failed to the artifact repository.\n"
     "  (no file)       send every file whose upload was requested and never succeeded\n"
     "  RESULTS_FILE    send this file, also when it changed since the upload was requested\n"
     "  --list          show what is pending, send nothing\n"
-    "  --journal FILE  the upload journal (default /home/transfer/log/.front_panel_test-uploads)\n"
+    "  --forget RESULTS_FILE...\n"
+    "                  give up these pending files (deleted for good): no longer pending\n"
+    "  --journal FILE  the upload journal: by default "
+    "/home/transfer/log/.front_panel_test-uploads,\n"
+    "                  and for a named file the one beside it; name it for the results that\n"
+    "                  front_panel_test -f wrote elsewhere\n"
     "  -h, --help      show this text\n"
     "Exit status: 0 nothing left to send, 1 something left, 2 usage, 3 another instance busy.\n";
 
@@ -51,10 +57,11 @@ QByteArray local(QString const& text) {
 struct Options {
     bool list = false;
     bool help = false;
-    QString journal = QStringLiteral("/home/transfer/log/") + UploadJournal::kFileName;
+    QString journal; // empty: the default one, or the one beside a named file
+    bool forget = false;
     QStringList files;
 
-    // False on an unknown option or a missing value.
+    // False on an unknown option, a missing value, or --forget without a file or with --list.
     bool parse(QStringList const& args) {
         bool optionsEnd = false;
         for (int i = 1; i < args.size(); ++i) {
@@ -69,10 +76,22 @@ struct Options {
                 list = true;
             else if (arg == QLatin1String("--journal") && i + 1 < args.size())
                 journal = args[++i];
+            else if (arg == QLatin1String("--forget"))
+                forget = true;
             else
                 return false;
         }
-        return true;
+        return !forget || (!files.isEmpty() && !list);
+    }
+
+    // The journal of what is pending, without a file named.
+    QString pendingJournal() const {
+        return journal.isEmpty() ? QStringLiteral("/home/transfer/log/") + UploadJournal::kFileName
+                                 : journal;
+    }
+    // The journal that records a named results file.
+    QString journalOf(QString const& file) const {
+        return journal.isEmpty() ? UploadJournal::besideResults(file) : journal;
     }
 };
 
@@ -83,7 +102,8 @@ class JournalLock {
 public:
     explicit JournalLock(QString const& journal)
         : m_fd(::open(QFile::encodeName(journal).constData(),
-                      O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0644)) {}
+                      O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0644)),
+          m_error(m_fd < 0 ? errno : 0) {}
     ~JournalLock() {
         if (m_fd >= 0)
             ::close(m_fd); // releases the lock
@@ -91,16 +111,17 @@ public:
     JournalLock(JournalLock const&) = delete;
     JournalLock& operator=(JournalLock const&) = delete;
 
-    enum class Result { Held, Busy, Failed };
+    enum class Result { Held, Busy, CannotOpen, CannotLock };
 
     // Waits briefly for another holder to finish.
-    Result acquire() const {
+    Result acquire() {
         if (m_fd < 0)
-            return Result::Failed;
+            return Result::CannotOpen;
         auto const deadline = std::chrono::steady_clock::now() + kLockWait;
         while (::flock(m_fd, LOCK_EX | LOCK_NB) != 0) {
-            if (errno != EWOULDBLOCK)
-                return Result::Failed;
+            m_error = errno;
+            if (m_error != EWOULDBLOCK)
+                return Result::CannotLock;
             if (std::chrono::steady_clock::now() >= deadline)
                 return Result::Busy;
             std::this_thread::sleep_for(kLockRetry);
@@ -108,8 +129,12 @@ public:
         return Result::Held;
     }
 
+    // Why the journal could not be opened or locked.
+    char const* error() const { return std::strerror(m_error); }
+
 private:
     int m_fd;
+    int m_error;
 };
 
 // The board serial number from a results file's "Serial No: " line.
@@ -133,32 +158,70 @@ public:
     explicit FrontPanelUpload(Options const& options) : m_options(options) {}
 
     int run() {
+        UploadJournal const pendingJournal(m_options.pendingJournal());
         if (m_options.list)
-            return list();
-        JournalLock const lock(m_journal.path());
+            return list(pendingJournal);
+        if (m_options.forget)
+            return forEachNamed(m_options.files, &FrontPanelUpload::forget);
+        if (!m_options.files.isEmpty()) {
+            m_total = static_cast<int>(m_options.files.size());
+            int const status = forEachNamed(m_options.files, &FrontPanelUpload::sendNamed);
+            return status == kExitBusy ? status : summary();
+        }
+        return underLock(pendingJournal, [&](JournalContents const& contents) {
+            return sendPending(pendingJournal, contents);
+        });
+    }
+
+private:
+    // True when the named file is done with.
+    using NamedStep = bool (FrontPanelUpload::*)(UploadJournal const&, JournalContents const&,
+                                                 QString const&);
+
+    // Each named file with the journal that records it, locked and read.
+    int forEachNamed(QStringList const& names, NamedStep step) {
+        int worst = kExitDone;
+        for (QString const& name : names) {
+            QString const path = QFileInfo(name).absoluteFilePath();
+            UploadJournal const journal(m_options.journalOf(path));
+            int const status = underLock(journal, [&](JournalContents const& contents) {
+                return (this->*step)(journal, contents, path) ? kExitDone : kExitLeftPending;
+            });
+            if (status == kExitBusy)
+                return status;
+            worst = std::max(worst, status);
+        }
+        return worst;
+    }
+
+    // Runs work on the journal as it reads under its lock: what another
+    // instance sent meanwhile is no longer pending.
+    template <typename Work> int underLock(UploadJournal const& journal, Work work) {
+        JournalLock lock(journal.path());
         switch (lock.acquire()) {
         case JournalLock::Result::Held:
-            break;
+            return work(readJournal(journal));
         case JournalLock::Result::Busy:
             std::fprintf(stderr, "front_panel_upload: busy: another front_panel_upload is sending "
                                  "results; try again later\n");
             return kExitBusy;
-        case JournalLock::Result::Failed:
-            std::fprintf(stderr, "front_panel_upload: cannot lock %s: %s\n",
-                         local(m_journal.path()).constData(), std::strerror(errno));
+        case JournalLock::Result::CannotOpen:
+            std::fprintf(stderr, "front_panel_upload: cannot write %s: %s\n",
+                         local(journal.path()).constData(), lock.error());
             return kExitLeftPending;
+        case JournalLock::Result::CannotLock:
+            break;
         }
-        // Read under the lock: what another instance sent is no longer pending.
-        JournalContents const contents = readJournal();
-        return m_options.files.isEmpty() ? sendPending(contents) : sendNamed(contents);
+        std::fprintf(stderr, "front_panel_upload: cannot lock %s: %s\n",
+                     local(journal.path()).constData(), lock.error());
+        return kExitLeftPending;
     }
 
-private:
-    JournalContents readJournal() const {
-        JournalContents contents = m_journal.read();
+    static JournalContents readJournal(UploadJournal const& journal) {
+        JournalContents contents = journal.read();
         for (auto const& problem : contents.problems)
             std::fprintf(stderr, "front_panel_upload: %s line %d: %s, skipped\n",
-                         local(m_journal.path()).constData(), problem.line,
+                         local(journal.path()).constData(), problem.line,
                          local(problem.what).constData());
         return contents;
     }
@@ -173,8 +236,14 @@ private:
         return {};
     }
 
-    int list() {
-        auto const pending = readJournal().pending();
+    static int list(UploadJournal const& journal) {
+        JournalContents const contents = readJournal(journal);
+        if (!contents.error.isEmpty()) {
+            std::fprintf(stderr, "front_panel_upload: cannot read %s\n",
+                         local(contents.error).constData());
+            return kExitLeftPending;
+        }
+        auto const pending = contents.pending();
         for (auto const& request : pending) {
             QString const why = obstacle(request);
             std::printf("%s -> %s, requested %s%s\n", local(request.path).constData(),
@@ -185,7 +254,7 @@ private:
         return pending.empty() ? kExitDone : kExitLeftPending;
     }
 
-    int sendPending(JournalContents const& contents) {
+    int sendPending(UploadJournal const& journal, JournalContents const& contents) {
         auto const pending = contents.pending();
         if (pending.empty()) {
             std::printf("Nothing to send.\n");
@@ -201,56 +270,75 @@ private:
             else if (!why.isEmpty())
                 report(request.path, why, false);
             else
-                send(request.path, request.targetDir);
+                send(journal, request.path, request.targetDir);
         }
         return summary();
     }
 
-    int sendNamed(JournalContents const& contents) {
-        m_total = static_cast<int>(m_options.files.size());
-        for (QString const& name : m_options.files) {
-            QString const path = QFileInfo(name).absoluteFilePath();
-            JournalEntry const* request = contents.lastRequest(path);
-            QString const serial = request ? QString() : serialNumberIn(path);
-            QString const targetDir = request ? request->targetDir : resultsTargetDir(serial);
-            if (!QFileInfo::exists(path))
-                report(path, kMissing, false);
-            else if (!request && serial.isEmpty())
-                report(path,
-                       QStringLiteral("not in the journal and no \"Serial No: \" line, not sent"),
-                       false);
-            else
-                send(path, targetDir);
+    bool sendNamed(UploadJournal const& journal, JournalContents const& contents,
+                   QString const& path) {
+        JournalEntry const* request = contents.lastRequest(path);
+        QString const serial = request ? QString() : serialNumberIn(path);
+        QString const targetDir = request ? request->targetDir : resultsTargetDir(serial);
+        if (!QFileInfo::exists(path))
+            return report(path, kMissing, false);
+        if (!request && serial.isEmpty())
+            return report(
+                path, QStringLiteral("not in the journal and no \"Serial No: \" line, not sent"),
+                false);
+        return send(journal, path, targetDir);
+    }
+
+    // A file given up stays out of what is pending; its last request is kept
+    // in the record, so that the journal still says what was given up.
+    bool forget(UploadJournal const& journal, JournalContents const& contents,
+                QString const& path) {
+        auto const pending = contents.pending();
+        if (std::none_of(pending.begin(), pending.end(),
+                         [&](JournalEntry const& request) { return request.path == path; })) {
+            std::printf("%s: not pending in %s, nothing to forget\n", local(path).constData(),
+                        local(journal.path()).constData());
+            return true;
         }
-        return summary();
+        JournalEntry given = *contents.lastRequest(path);
+        given.event = JournalEntry::Event::Forgotten;
+        given.time = UploadJournal::describe(given.event, path, given.targetDir).time;
+        QString why;
+        if (!journal.append(given, &why)) {
+            std::fprintf(stderr, "front_panel_upload: %s could not be forgotten (%s)\n",
+                         local(path).constData(), local(why).constData());
+            return false;
+        }
+        std::printf("%s: forgotten, no longer pending\n", local(path).constData());
+        return true;
     }
 
-    void send(QString const& path, QString const& targetDir) {
-        if (sendAndRecord(m_journal, path, targetDir))
-            report(path, QStringLiteral("uploaded to ") + targetDir, true);
-        else
-            report(path, QStringLiteral("upload failed"), false);
+    bool send(UploadJournal const& journal, QString const& path, QString const& targetDir) {
+        if (sendAndRecord(journal, path, targetDir))
+            return report(path, QStringLiteral("uploaded to ") + targetDir, true);
+        return report(path, QStringLiteral("upload failed"), false);
     }
 
-    void report(QString const& path, QString const& result, bool sent) {
+    // One line per file, counted; returns sent.
+    bool report(QString const& path, QString const& result, bool sent) {
         ++m_done;
-        (sent ? m_sent : m_left) += 1;
+        m_sent += sent ? 1 : 0;
         std::printf("%d of %d %s: %s\n", m_done, m_total,
                     local(QFileInfo(path).fileName()).constData(), local(result).constData());
         std::fflush(stdout);
+        return sent;
     }
 
+    // Files not reported (their journal could not be locked) count as not sent.
     int summary() const {
-        std::printf("%d sent, %d not sent\n", m_sent, m_left);
-        return m_left == 0 ? kExitDone : kExitLeftPending;
+        std::printf("%d sent, %d not sent\n", m_sent, m_total - m_sent);
+        return m_sent == m_total ? kExitDone : kExitLeftPending;
     }
 
     Options const& m_options;
-    UploadJournal const m_journal{m_options.journal};
     int m_total = 0;
     int m_done = 0;
     int m_sent = 0;
-    int m_left = 0;
 };
 
 } // namespace

@@ -1,6 +1,8 @@
 #include "upload/UploadJournal.h"
 
+#include <csignal>
 #include <string>
+#include <sys/resource.h>
 #include <vector>
 
 #include <QCryptographicHash>
@@ -9,6 +11,8 @@
 #include <QTemporaryDir>
 
 #include <gtest/gtest.h>
+
+#include "upload/JournaledUpload.h"
 
 namespace {
 
@@ -100,6 +104,36 @@ TEST(UploadJournal, RecordRoundTripsOddNamesAndMatchesOnlyTheSameContent) {
     EXPECT_FALSE(FileState::of(path).matches(entries[0]));
     QFile::remove(path);
     EXPECT_FALSE(FileState::of(path).exists);
+}
+
+TEST(UploadJournal, FailedAppendLeavesNoPartOfItsLine) {
+    Folder folder;
+    JournalEntry const entry =
+        UploadJournal::describe(Event::Requested, folder.file("a"), "/CV084/1/fpt/");
+    ASSERT_TRUE(folder.journal.append(entry));
+    qint64 const before = QFileInfo(folder.journal.path()).size();
+    // The disk fills up ten bytes into the next line.
+    rlimit unlimited{};
+    ASSERT_EQ(::getrlimit(RLIMIT_FSIZE, &unlimited), 0);
+    rlimit const full{static_cast<rlim_t>(before + 10), unlimited.rlim_max};
+    auto const oldHandler = std::signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(::setrlimit(RLIMIT_FSIZE, &full), 0);
+    QString why;
+    bool const appended = folder.journal.append(entry, &why);
+    ::setrlimit(RLIMIT_FSIZE, &unlimited);
+    std::signal(SIGXFSZ, oldHandler);
+    EXPECT_FALSE(appended);
+    EXPECT_EQ(why, folder.journal.path() + QStringLiteral(": File too large"));
+    EXPECT_EQ(QFileInfo(folder.journal.path()).size(), before);
+}
+
+TEST(UploadJournal, RequestRecordedOnlyOnceTheFileIsOnDisk) {
+    Folder folder;
+    QString why;
+    // The one file whose flush to disk always fails.
+    EXPECT_FALSE(recordRequest(folder.journal, "/dev/null", "/CV084/1/fpt/", &why));
+    EXPECT_EQ(why, QStringLiteral("/dev/null: Invalid argument"));
+    EXPECT_FALSE(QFileInfo::exists(folder.journal.path()));
 }
 
 } // namespace

@@ -46,8 +46,14 @@ class Station:
         conf = "/tmp/fpt-e2e.tmux.conf"
         with open(conf, "w") as f:
             f.write("set -g remain-on-exit on\nset -g default-terminal screen\n")
-        subprocess.run(TMUX + ["-f", conf, "new-session", "-d", "-s", "fpt", "-x", "80",
-                               "-y", "24", cmd], check=True)
+        # A server just told to end may still take the new session and exit
+        # under it ("server exited unexpectedly"): then start it again.
+        for attempt in range(3):
+            started = subprocess.run(TMUX + ["-f", conf, "new-session", "-d", "-s", "fpt", "-x",
+                                             "80", "-y", "24", cmd], check=attempt == 2)
+            if started.returncode == 0:
+                break
+            time.sleep(0.2)
 
     def close(self):
         subprocess.run(TMUX + ["kill-server"], stderr=subprocess.DEVNULL)

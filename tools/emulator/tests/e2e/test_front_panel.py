@@ -420,42 +420,6 @@ class AudioTests(OperatorCase):
         self.ends_without_results(quiet=True)
 
 
-class QuitPaths(OperatorCase):
-    def test_quit_in_shaft_encoder_test_writes_no_results(self):
-        self.st.enter_serial(SERIAL)
-        self.st.wait_row(6, "  1. Turn the Shaft Encoder One Step *Clockwise* from *WHITE* to"
-                            " *YELLOW*")
-        self.st.type("q")
-        self.ends_without_results(quiet=True)
-
-    def test_quit_in_button_test_writes_no_results(self):
-        self.from_menu("2")
-        self.press_button(0)
-        self.st.wait_row(5, '  1. Press and release "*F1*" button')
-        self.st.type("q")
-        self.ends_without_results()
-
-
-class JackUnknown(OperatorCase):
-    def test_undetectable_jack_ends_the_run_without_results(self):
-        self.from_menu("3")
-        self.st.wait_row(19, "    ERROR: The Headphone State cannot be detected!")
-        self.st.wait_row(21, "     Any key to Quit :")
-        self.st.type("k")
-        self.ends_without_results()
-
-
-class UploadFailure(OperatorCase):
-    """Started with no repository at all: the failure is reported, the results stay."""
-
-    def test_failure_reported_and_results_kept(self):
-        self.from_menu()
-        self.st.type("u")
-        self.st.wait_for("Nexus Upload Failed, are you connected to the network?", timeout=60)
-        self.results_are(self.finish(0), NOT_RUN)
-        self.assertEqual(self.uploads(), [])
-
-
 class StartFailure(OperatorCase):
     """No results folder (EXPECT_MISSING=folder) or no panel serial device."""
     args = ("-f", "/no/dir/out.txt") if os.environ.get("EXPECT_MISSING") == "folder" else ()

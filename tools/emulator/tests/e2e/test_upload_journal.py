@@ -13,12 +13,13 @@ import time
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.realpath(__file__)))
-from station import RESULTS_DIR, STATE_DIR, TMUX, Station  # noqa: E402
+from station import STATE_DIR, TMUX, Station  # noqa: E402
 
 SERIAL = "B2041"
 TARGET = f"/CV084/{SERIAL}/front_panel_test/"
-JOURNAL = os.path.join(RESULTS_DIR, ".front_panel_test-uploads")
+JOURNAL_NAME = ".front_panel_test-uploads"
 FAILED = "Nexus Upload Failed, are you connected to the network?"
+CHANGED = "changed since its upload was requested, not sent (name the file to send it as it is now)"
 
 
 def requests():
@@ -29,15 +30,15 @@ def requests():
         return [json.loads(line) for line in f if line.strip()]
 
 
-def upload_program(*args):
+def upload_program(*args, **options):
     return subprocess.run([os.environ["FPT_UPLOAD_PROGRAM"], *args], capture_output=True,
-                          text=True, timeout=60)
+                          text=True, timeout=60, **options)
 
 
 class UploadCase(unittest.TestCase):
-    def operator_run(self, serial, key):
+    def operator_run(self, serial, key, *args):
         """One run of front_panel_test left at once through the menu's `key`."""
-        st = Station()
+        st = Station(*args)
         self.addCleanup(st.close)
         st.enter_serial(serial)
         st.wait_row(0, "Shaft Encoder Tests")
@@ -59,11 +60,10 @@ class UploadCase(unittest.TestCase):
                 self.fail(f"not within {timeout} s: {text!r}\n{self.terminal_text()}")
             time.sleep(0.05)
 
-    def failed_upload(self, st, timeout):
+    def failed_upload(self, st, results, timeout):
         self.wait_text(FAILED, timeout)
-        [results] = [f for f in st.results_files() if SERIAL in f]
-        self.wait_text(f"{FAILED}\nThe results stay in {results}; send them later with"
-                           " front_panel_upload.", 2)
+        self.wait_text(f"{FAILED}\nThe results stay in {results}; send them later with:"
+                       f" front_panel_upload {results}\n", 2)
         self.assertEqual(st.wait_exit(), 0)
         return results
 
@@ -72,23 +72,31 @@ class SentLater(UploadCase):
     """The repository fails front_panel_test's three tries, then works."""
 
     def test_failed_upload_is_sent_once_by_front_panel_upload(self):
-        self.operator_run("Q7", "q").wait_exit()
-        results = self.failed_upload(self.operator_run(SERIAL, "u"), 30)
+        # Results written elsewhere (-f) are recorded in the journal beside them.
+        os.makedirs(folder := "/home/transfer/elsewhere")
+        journal, results, gone = (f"{folder}/{n}" for n in (JOURNAL_NAME, "r.txt", "gone.txt"))
+        self.operator_run("Q7", "q", "-f", f"{folder}/q.txt").wait_exit()
+        self.failed_upload(self.operator_run(SERIAL, "u", "-f", results), results, 30)
         self.assertEqual([r["status"] for r in requests()], [500, 500, 500])
 
         # Only the (U)pload run is pending; the (Q)uit run never asked for one.
-        listed = upload_program("--list")
+        listed = upload_program("--journal", journal, "--list")
         self.assertEqual(listed.returncode, 1)
         self.assertRegex(listed.stdout,
                          rf"^{re.escape(results)} -> {TARGET}, requested \S+\n1 pending\n$")
 
-        with open(JOURNAL, "a") as journal:
-            journal.write("uploaded\t2026")  # a record cut short by a power cut
-        sent = upload_program()
-        self.assertEqual(sent.returncode, 0, sent.stderr)
-        name = os.path.basename(results)
-        self.assertEqual(sent.stdout, f"1 of 1 {name}: uploaded to {TARGET}\n1 sent, 0 not sent\n")
-        self.assertIn(f"front_panel_upload: {JOURNAL} line 2: truncated, skipped", sent.stderr)
+        with open(journal, "r+") as f:  # a second request, for a file since deleted
+            f.write(f.read().replace(results, gone) + "uploaded\t2026")  # then a power cut
+        with open(results, "a") as f:
+            f.write("changed\n")
+        held = upload_program("--journal", journal)
+        self.assertEqual((held.returncode, held.stdout), (1, f"1 of 2 r.txt: {CHANGED}\n"
+                                                         "2 of 2 gone.txt: missing\n"
+                                                         "0 sent, 2 not sent\n"))
+        self.assertIn(f"front_panel_upload: {journal} line 3: truncated, skipped", held.stderr)
+
+        sent = upload_program(results)  # named: sent as it is now
+        self.assertEqual(sent.stdout, f"1 of 1 r.txt: uploaded to {TARGET}\n1 sent, 0 not sent\n")
         [request] = requests()[3:]
         self.assertEqual(request["status"], 204)
         parts = {p["name"]: base64.b64decode(p["body_base64"]) for p in request["parts"]}
@@ -96,14 +104,19 @@ class SentLater(UploadCase):
         with open(results, "rb") as f:
             self.assertEqual(parts["raw.asset1"], f.read())
 
-        again = upload_program()
+        self.assertEqual(upload_program("--forget", gone).returncode, 0)
+        again = upload_program("--journal", journal)
         self.assertEqual((again.returncode, again.stdout), (0, "Nothing to send.\n"))
-        self.assertIn(f"{JOURNAL} line 2: malformed, skipped", again.stderr)
         self.assertEqual(len(requests()), 4)
 
-        wrong = upload_program("--bogus")
-        self.assertEqual(wrong.returncode, 2)
-        self.assertTrue(wrong.stderr.startswith("usage: front_panel_upload"), wrong.stderr)
+        for wrong in (["--bogus"], ["--journal"]):
+            wrong = upload_program(*wrong)
+            self.assertEqual(wrong.returncode, 2)
+            self.assertTrue(wrong.stderr.startswith("usage: front_panel_upload"), wrong.stderr)
+
+        os.chmod(journal, 0o600)  # an account that cannot read it is told so, not "0 pending"
+        no = upload_program("--journal", journal, "--list", user="nobody")
+        self.assertEqual(no.stderr, f"front_panel_upload: cannot read {journal}: Permission denied\n")
 
 
 class SilentRepository(UploadCase):
@@ -114,7 +127,7 @@ class SilentRepository(UploadCase):
         began = time.monotonic()
         [results] = st.results_files()
         self.wait_text(f"Uploading {results} to https://nexus.cv084.test ...", 2)
-        self.failed_upload(st, 40)
+        self.failed_upload(st, results, 40)
         # Three attempts of 10 s each, then the failure.
         self.assertEqual(len(requests()), 3)
         self.assertTrue(30.0 <= time.monotonic() - began < 42.0)
