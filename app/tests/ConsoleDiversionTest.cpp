@@ -15,7 +15,9 @@
 
 namespace {
 
-// Stands in a file in memory for fd 1 or 2 for the test's duration.
+// Stands in a file in memory for fd 1 or 2 for the test's duration. While
+// it stands for fd 1, Google Test's own report of a failed check goes into it
+// too: a failure there shows as FAILED without its text.
 struct CapturedFd {
     explicit CapturedFd(int which) : fd(which), saved(::dup(which)) { ::dup2(file, fd); }
     ~CapturedFd() {
