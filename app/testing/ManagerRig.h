@@ -59,6 +59,8 @@ public:
         }
     }
     std::string readWord(int) override { throw ScriptExhausted(); }
+    int inputFd() const override { return -1; }
+    bool keyWaiting() const override { return false; }
 
     std::string shown; // the texts of the last frame, one a line
 
@@ -115,7 +117,7 @@ struct ManagerRig {
         d.keyboard = own(keyboard, QStringLiteral("/dev/input/cv084_fp_keyboard"));
         d.encoder = own(encoder, QStringLiteral("/dev/input/cv084_fp_mouse"));
         d.selfTest = own(tone);
-        d.sleep = [this](int32_t, std::array<int, 3> const&) {
+        d.sleep = [this](int32_t, std::array<int, 4> const&) {
             if (duringSleep)
                 duringSleep();
         };

@@ -504,5 +504,19 @@ class DebugDisplay(OperatorCase):
         self.assertEqual(st.wait_exit(), 255)
 
 
+class KeyBeforeKnob(OperatorCase):
+    def test_a_key_typed_just_before_a_turn_decides_what_it_moves(self):
+        st = self.st
+        self.from_menu("4")
+        self.audio_screen("Speaker Output Test", 1)  # the knob on the volume, 0
+        for key, detent, volume, pitch, colour in (("p", -1, 0, 47, 0), ("v", 1, 1, 47, 0),
+                                                   ("c", 1, 1, 47, 1)):
+            st.type(key)
+            st.screen()  # tmux has written the key to the terminal once it answers again
+            self.turn(detent)
+            self.volume_is(volume)
+            self.pitch_is(pitch)
+            self.st.wait_until(lambda: self.leds_all(RGB[colour]), f"all LEDs {COLOURS[colour]}")
+
 if __name__ == "__main__":
     unittest.main(verbosity=2)
