@@ -518,5 +518,32 @@ class KeyBeforeKnob(OperatorCase):
             self.pitch_is(pitch)
             self.st.wait_until(lambda: self.leds_all(RGB[colour]), f"all LEDs {COLOURS[colour]}")
 
+class SerialNumberEntry(OperatorCase):
+    def test_the_number_as_entered_names_the_results_and_their_folder(self):
+        st = self.st
+        typed = "S" + "0123456789" * 8  # 81 characters, of which 80 are kept
+        serial = typed[:80]
+        for text, shown, answer in (("", "Unassigned", "n"), ("  W1 W2", "W1", "N"),
+                                    (typed, serial, "y")):
+            st.wait_row(14, " " * 10 + "Enter CV084 PCB Serial No:")
+            st.type(text)
+            st.key("Enter")
+            # Cut at the screen's right edge, not wrapped onto the next row.
+            st.wait_row(16, (" " * 10 + f'You Entered "{shown}"')[:80])
+            self.assertEqual(st.screen()[17], "")
+            st.wait_row(18, " " * 10 + "Is that correct? (Y/n):")
+            st.type(answer)
+        st.wait_row(0, "Shaft Encoder Tests")
+        st.type("m")
+        self.menu(NOT_RUN)
+        st.type("u")
+        self.assertEqual(st.wait_exit(), 0, st.dump())
+        [path] = st.results_files()
+        self.assertRegex(path, rf"/front_panel_test_{serial}-\d{{8}}-\d{{6}}\.txt$")
+        self.assertEqual(read_results(path)[4], f"Serial No: {serial}")
+        stored = os.path.join(STATE_DIR, "nexus", "CV084", serial, "front_panel_test",
+                              os.path.basename(path))
+        self.assertTrue(filecmp.cmp(path, stored, shallow=False))
+
 if __name__ == "__main__":
     unittest.main(verbosity=2)
