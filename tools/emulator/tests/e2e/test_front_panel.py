@@ -7,6 +7,7 @@ instrument's start-up options (design, jack) are given to the launcher and
 repeated here through EXPECT_* variables.
 """
 
+import fcntl
 import filecmp
 import glob
 import json
@@ -544,6 +545,21 @@ class SerialNumberEntry(OperatorCase):
         stored = os.path.join(STATE_DIR, "nexus", "CV084", serial, "front_panel_test",
                               os.path.basename(path))
         self.assertTrue(filecmp.cmp(path, stored, shallow=False))
+
+class InputDeviceHeld(OperatorCase):
+    """Another station holds the grab of one input device (EXPECT_HELD: keyboard or mouse)."""
+
+    def setUp(self):
+        self.holder = os.open(f"/dev/input/cv084_fp_{os.environ['EXPECT_HELD']}", os.O_RDONLY)
+        fcntl.ioctl(self.holder, 0x40044590, 1)  # EVIOCGRAB
+        self.addCleanup(os.close, self.holder)
+        super().setUp()
+
+    def test_the_run_ends_before_the_first_test(self):
+        self.st.enter_serial(SERIAL)
+        self.ends_without_results()
+        self.assertIn("front_panel_test unable to grab: Device or resource busy\nLog filename: ",
+                      "\n".join(self.st.screen()))
 
 if __name__ == "__main__":
     unittest.main(verbosity=2)
