@@ -17,7 +17,8 @@ struct InputWait {
     using Clock = std::chrono::steady_clock;
     using Descriptors = std::array<int, 4>;
 
-    // The system's poll(2) and clock; tests stand in their own.
+    // The system's poll(2), through which it also sleeps, and its clock;
+    // tests stand in their own.
     std::function<int(pollfd*, nfds_t, int)> poll = ::poll;
     std::function<Clock::time_point()> now = Clock::now;
 

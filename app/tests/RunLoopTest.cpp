@@ -40,8 +40,7 @@ struct LoopRig : ManagerRig {
     Lines order;
 
     LoopRig() {
-        // An earlier run's file of the same name is replaced, never appended to.
-        QFile stale(path);
+        QFile stale(path); // an earlier run's file of the same name: replaced, not appended to
         EXPECT_TRUE(stale.open(QIODevice::WriteOnly) && stale.write("stale\n") == 6);
         mgr().setLogFileLocation(path);
     }
