@@ -236,12 +236,14 @@ bool FrontPanelTestManager::servicePorts() {
     // held back until it has been served. (One that came just before the key,
     // in that same short interval, is then handled just after it; the panel's
     // lines are not stamped and are always taken in before the key.)
-    int64_t const now = EventDeviceComms::clockNowUs();
+    // Read before looking at the terminal, so that it is a moment at which no
+    // key had come if none is found.
+    int64_t const lookedAt = EventDeviceComms::clockNowUs();
     std::optional<int64_t> heldAfter;
     if (m_devices.terminal->keyWaiting())
         heldAfter = m_noKeyAtUs;
     else
-        m_noKeyAtUs = now;
+        m_noKeyAtUs = lookedAt;
     auto const progress = [this] {
         return std::array<std::size_t, 5>{
             m_devices.panel->bytesReceived, m_devices.keyboard->bytesReceived,
