@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <poll.h>
 #include <unistd.h>
 
 #include <curses.h>
@@ -27,6 +28,18 @@ attr_t cursesAttr(Terminal::Attr attr) {
     return A_NORMAL;
 }
 
+// What leaving the screen sends to the terminal, looked up while curses may
+// still be called: a crash hands it to the terminal from a signal handler.
+std::string screenResetSequence() {
+    std::string bytes;
+    for (char const* name : {"rmcup", "rmkx", "sgr0", "cnorm"}) {
+        char const* const capability = tigetstr(name);
+        if (capability != nullptr && capability != reinterpret_cast<char*>(-1))
+            bytes += capability;
+    }
+    return bytes;
+}
+
 } // namespace
 
 CursesTerminal::~CursesTerminal() {
@@ -41,9 +54,12 @@ void CursesTerminal::start() {
     m_output = ::fdopen(::dup(terminal), "w");
     m_screen = newterm(nullptr, m_output != nullptr ? m_output : stdout, stdin);
     if (m_screen == nullptr) {
-        // As initscr() would: without a usable terminal there is no program.
+        // As initscr() would: without a usable terminal there is no program,
+        // and the operator is told which terminal type it could not find.
         m_diversion.reset();
-        std::fputs("Error opening terminal: unknown terminal type.\n", stderr);
+        char const* const type = std::getenv("TERM");
+        std::fprintf(stderr, "Error opening terminal: %s.\n",
+                     type != nullptr && *type != '\0' ? type : "unknown");
         std::exit(1);
     }
     set_term(m_screen);
@@ -51,6 +67,7 @@ void CursesTerminal::start() {
     noecho();
     keypad(stdscr, TRUE);
     timeout(0);
+    m_diversion->setScreenReset(screenResetSequence());
     m_blocking = false;
     m_started = true;
 }
@@ -126,6 +143,12 @@ int CursesTerminal::readKey() {
         forwardDiagnostics();
         ::wrefresh(stdscr);
     }
+}
+
+bool CursesTerminal::keyWaiting() const {
+    // A terminal that hung up reads as ready for ever, but holds no key.
+    pollfd input{inputFd(), POLLIN, 0};
+    return input.fd >= 0 && ::poll(&input, 1, 0) == 1 && input.revents == POLLIN;
 }
 
 std::string CursesTerminal::readWord(int maxChars) {

@@ -10,6 +10,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <unistd.h>
 
 #include "app/ConsoleDiversion.h"
 #include "app/Terminal.h"
@@ -31,6 +32,8 @@ public:
     void refresh() override;
     void setInputMode(bool blocking, bool echo) override;
     int readKey() override;
+    int inputFd() const override { return m_started ? STDIN_FILENO : -1; }
+    bool keyWaiting() const override;
     std::string readWord(int maxChars) override;
 
     // What scanf's "%<maxChars>s" takes from a typed line: leading blanks

@@ -1,30 +1,8 @@
 #include "app/DefaultDevices.h"
 
-#include <chrono>
-#include <poll.h>
-#include <thread>
-
 #include "app/CursesTerminal.h"
+#include "app/InputWait.h"
 #include "upload/JournaledUpload.h"
-
-namespace {
-
-void waitForInput(int32_t milliseconds, std::array<int, 3> const& inputFds) {
-    auto const deadline =
-        std::chrono::steady_clock::now() + std::chrono::milliseconds(milliseconds);
-    std::array<pollfd, 3> polled{};
-    for (std::size_t i = 0; i < polled.size(); ++i)
-        polled[i] = pollfd{inputFds[i], POLLIN, 0};
-    bool broken = ::poll(polled.data(), polled.size(), milliseconds) < 0;
-    for (pollfd const& p : polled)
-        broken = broken || (p.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
-    // A device that hangs up stays "ready" for ever: then the poll keeps its
-    // pace by the clock instead of spinning.
-    if (broken)
-        std::this_thread::sleep_until(deadline);
-}
-
-} // namespace
 
 void fillDefaultDevices(FrontPanelTestManager::Devices& devices) {
     if (!devices.terminal)
@@ -40,7 +18,7 @@ void fillDefaultDevices(FrontPanelTestManager::Devices& devices) {
     if (!devices.selfTest)
         devices.selfTest = std::make_unique<SelfTestFPGAComms>();
     if (!devices.sleep)
-        devices.sleep = waitForInput;
+        devices.sleep = InputWait{};
     if (!devices.upload)
         devices.upload = uploadRequestedResults;
 }

@@ -1,6 +1,7 @@
 #include "app/FrontPanelTestManager.h"
 
 #include <cctype>
+#include <optional>
 
 #include "app/DefaultDevices.h"
 #include "app/LedColours.h"
@@ -73,7 +74,8 @@ FrontPanelTestManager::Ending FrontPanelTestManager::runTests() {
     m_devices.panel->setLed(kAllLeds, kLedOff);
     m_devices.panel->setBrightness(kFullBrightness);
     initDisplay();
-    processEvents(kStartupSettleMs);
+    // The panel's answers to its set-up (version, jack) come in meanwhile.
+    settle(kStartupSettleMs);
 
     auto const count = static_cast<int32_t>(m_tests.size());
     for (;;) {
@@ -208,24 +210,53 @@ int FrontPanelTestManager::readKeyBlocking() {
 // ---- Panel state ----
 
 void FrontPanelTestManager::processEvents(int32_t milliseconds) {
-    uint32_t const keyboardBytes = m_devices.keyboard->bytesReceived;
-    servicePorts();
-    // A button pressed while the last frame was drawn: its LED need not wait
-    // for the next frame.
-    if (m_devices.keyboard->bytesReceived != keyboardBytes)
-        showLeds();
-    m_devices.sleep(milliseconds,
-                    {m_devices.panel->fd, m_devices.keyboard->fd, m_devices.encoder->fd});
+    // Input taken in here came while the last frame was drawn, or waited
+    // behind a key just served: it is shown without waiting.
+    bool const tookIn = servicePorts();
+    m_devices.sleep(tookIn ? 0 : milliseconds,
+                    {m_devices.panel->fd, m_devices.keyboard->fd, m_devices.encoder->fd,
+                     m_devices.terminal->inputFd()});
     // Again after the wait: a key read next must not be judged against panel
     // state older than itself (a jack report or a button press that came in
     // meanwhile), and a button's LED follows as soon as it is pressed.
     servicePorts();
 }
 
-void FrontPanelTestManager::servicePorts() {
+void FrontPanelTestManager::settle(int32_t milliseconds) {
+    servicePorts();
+    m_devices.sleep(milliseconds, {-1, -1, -1, -1});
+    servicePorts();
+}
+
+bool FrontPanelTestManager::servicePorts() {
+    // Input is handled in the order it came. A key carries no time of
+    // arrival, but the input devices stamp every record: a key now waiting
+    // came after the last moment the terminal was found without one, so
+    // records stamped after that moment may have come after the key and are
+    // held back until it has been served. (One that came just before the key,
+    // in that same short interval, is then handled just after it; the panel's
+    // lines are not stamped and are always taken in before the key.)
+    // Read before looking at the terminal, so that it is a moment at which no
+    // key had come if none is found.
+    int64_t const lookedAt = EventDeviceComms::clockNowUs();
+    std::optional<int64_t> heldAfter;
+    if (m_devices.terminal->keyWaiting())
+        heldAfter = m_noKeyAtUs;
+    else
+        m_noKeyAtUs = lookedAt;
+    auto const progress = [this] {
+        return std::array<std::size_t, 5>{
+            m_devices.panel->bytesReceived, m_devices.keyboard->bytesReceived,
+            m_devices.keyboard->readQueue.size(), m_devices.encoder->bytesReceived,
+            m_devices.encoder->readQueue.size()};
+    };
+    auto const before = progress();
+    m_devices.keyboard->holdRecordsAfterUs = heldAfter;
+    m_devices.encoder->holdRecordsAfterUs = heldAfter;
     m_devices.panel->servicePort();
     m_devices.keyboard->servicePort();
     m_devices.encoder->servicePort();
+    return progress() != before;
 }
 
 void FrontPanelTestManager::processShaftEncoder() {

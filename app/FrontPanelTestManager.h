@@ -41,8 +41,9 @@ public:
     static constexpr int kSelectUploadAndQuit = -2;
 
     // Waits up to the given time, or less once one of the descriptors (the
-    // serial link's and the input devices'; -1 for none) has input.
-    using Sleeper = std::function<void(int32_t milliseconds, std::array<int, 3> const& inputFds)>;
+    // serial link's, the input devices' and the terminal's; -1 for none) has
+    // input.
+    using Sleeper = std::function<void(int32_t milliseconds, std::array<int, 4> const& inputFds)>;
     using Uploader = std::function<bool(QString const& filePath, QString const& targetDir)>;
 
     // Everything the manager talks to. Empty members are filled with the real
@@ -107,8 +108,9 @@ public:
 
     // ---- Panel state ----
     // Services the serial link and both input devices, waits (up to the time
-    // given, less when input arrives) and services them again, so that
-    // whatever follows sees input up to that moment.
+    // given, less when they or the terminal have input) and services them
+    // again, so that whatever follows sees input up to that moment: device
+    // input that came after a key still waiting is left for after the key.
     void processEvents(int32_t milliseconds);
     // Hands the encoder's value to whatever the current mode drives.
     void processShaftEncoder();
@@ -151,7 +153,10 @@ private:
     // The menu until the operator picks a test (its index), quits or uploads.
     int menuChoice();
     bool isTestIndex(int32_t index) const;
-    void servicePorts();
+    // processEvents() for the whole time given, whatever comes in.
+    void settle(int32_t milliseconds);
+    // True when input came in or was decoded.
+    bool servicePorts();
     void showTestDisplay();
     void showDebugDisplay();
     void showDevs();
@@ -182,4 +187,7 @@ private:
     std::set<int32_t> m_offeredOnce;
     ShaftEncoderMode m_encoderMode = ShaftEncoderColours;
     int32_t m_ledColour = 0;
+    // The last moment the terminal was found without a key, on the input
+    // devices' clock.
+    int64_t m_noKeyAtUs = 0;
 };

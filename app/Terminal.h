@@ -36,6 +36,11 @@ public:
     // Echo is for the screens that read typed text (menu, serial number).
     virtual void setInputMode(bool blocking, bool echo) = 0;
     virtual int readKey() = 0;
+    // The descriptor keys arrive on, for the key poll to wake on; -1 while
+    // the screen is not up.
+    virtual int inputFd() const = 0;
+    // Whether a key has arrived and waits to be read (it stays there).
+    virtual bool keyWaiting() const = 0;
     // Reads one blank-delimited word of at most maxChars characters, echoed,
     // ended by Enter; an empty line gives an empty string.
     virtual std::string readWord(int maxChars) = 0;

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <ctime>
 #include <fcntl.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
@@ -77,6 +78,11 @@ void EventDeviceComms::processReadQueue() {
         std::copy_n(readQueue.begin(), kRecordSize, raw);
         struct input_event event {};
         std::memcpy(&event, raw, kRecordSize);
+        int64_t const stampUs =
+            static_cast<int64_t>(event.input_event_sec) * 1000000 + event.input_event_usec;
+        if (holdRecordsAfterUs && stampUs > *holdRecordsAfterUs) {
+            return;
+        }
         processReceivedEvent(event);
         readQueue.erase(readQueue.begin(), readQueue.begin() + kRecordSize);
     }
@@ -142,6 +148,12 @@ void EventDeviceComms::processShaftEncoderEvent(int delta) {
         next = w <= max ? w : w - max - 1 + min;
     }
     encoderValue = static_cast<int32_t>(next);
+}
+
+int64_t EventDeviceComms::clockNowUs() {
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    return static_cast<int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
 }
 
 void EventDeviceComms::setShaftEncoderMode(int value, int min, int max, int step, bool wrap) {

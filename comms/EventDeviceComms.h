@@ -10,6 +10,7 @@
 #include <cstdint>
 #include <deque>
 #include <linux/input.h>
+#include <optional>
 
 class EventDeviceComms {
 public:
@@ -34,6 +35,10 @@ public:
     void processShaftEncoderEvent(int delta);
     void setShaftEncoderMode(int value, int min, int max, int step, bool wrap);
 
+    // Now, on the clock the kernel stamps input records with (its default,
+    // the realtime clock), in microseconds.
+    static int64_t clockNowUs();
+
     // Read directly by the manager and the tests after each servicePort().
     uint32_t bytesReceived = 0;
     uint32_t bytesSent = 0;
@@ -47,4 +52,8 @@ public:
     std::deque<char> readQueue;
     int32_t fd = -1;
     QString devicePath;
+    // Records stamped after this moment (clockNowUs()) stay queued for a later
+    // servicePort(): the manager holds back what may have come after a key
+    // that the operator typed and that has not been served yet.
+    std::optional<int64_t> holdRecordsAfterUs;
 };

@@ -5,6 +5,7 @@
 #include <QChar>
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstdio>
 #include <fcntl.h>
 #include <iostream>
@@ -55,22 +56,36 @@ private:
     int flags_;
 };
 
-// Writes without ever waiting longer than kSendTimeoutMs; -1 with errno set
-// (ETIMEDOUT when the line took nothing in time).
-ssize_t boundedWrite(int fd, char const* data, size_t size) {
-    struct pollfd writable {
-        fd, POLLOUT, 0
-    };
-    const int ready = ::poll(&writable, 1, kSendTimeoutMs);
-    if (ready == 0) {
-        errno = ETIMEDOUT;
-    }
-    if (ready < 1) {
-        return -1;
-    }
-    // Room for a byte is not room for the line: the write itself must not wait.
+// Writes as much of the data as the line takes within kSendTimeoutMs and
+// returns how much that was; errno tells why it stopped short (ETIMEDOUT when
+// the line stayed full). A write is tried before each wait: a pty can take
+// a few bytes without ever reporting itself writable.
+size_t boundedWrite(int fd, char const* data, size_t size) {
+    using Clock = std::chrono::steady_clock;
+    const auto deadline = Clock::now() + std::chrono::milliseconds(kSendTimeoutMs);
     const NonBlockingScope nonBlocking(fd);
-    return ::write(fd, data, size);
+    size_t done = 0;
+    while (done < size) {
+        const ssize_t n = ::write(fd, data + done, size - done);
+        if (n > 0) {
+            done += static_cast<size_t>(n);
+            continue;
+        }
+        if (n == -1 && errno != EAGAIN && errno != EINTR) {
+            break;
+        }
+        const auto left =
+            std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+        if (left <= 0) {
+            errno = ETIMEDOUT;
+            break;
+        }
+        struct pollfd writable {
+            fd, POLLOUT, 0
+        };
+        ::poll(&writable, 1, static_cast<int>(left));
+    }
+    return done;
 }
 
 } // namespace
@@ -143,14 +158,24 @@ bool FrontPanelComms::sendLine(QString const& line) {
     if (fd < 1) {
         return false;
     }
-    const QByteArray bytes = line.toLocal8Bit();
-    const ssize_t written = boundedWrite(fd, bytes.constData(), static_cast<size_t>(bytes.size()));
-    if (written == -1) {
-        std::perror("FrontPanelComs::sendLine() failed");
-        return false;
-    }
+    // The panel reads lines. Once part of a command is on the line it cannot
+    // be taken back, and a line feed to cut it short could turn "A1" into "A"
+    // or "B05" into "B0", commands of their own. So a command cut short by the
+    // time limit is reported as failed, yet its rest goes out first, ahead of
+    // the next one: the panel only ever sees whole commands, one to a line. A
+    // command of which nothing went out is dropped.
+    const int owed = unsentTail.size();
+    const QByteArray bytes = unsentTail + line.toLocal8Bit();
+    const size_t written = boundedWrite(fd, bytes.constData(), static_cast<size_t>(bytes.size()));
     bytesSent += static_cast<uint32_t>(written);
-    return true;
+    const int taken = static_cast<int>(written);
+    if (taken == bytes.size()) {
+        unsentTail.clear();
+        return true;
+    }
+    std::perror("FrontPanelComs::sendLine() failed");
+    unsentTail = bytes.mid(taken, taken > owed ? -1 : owed - taken);
+    return false;
 }
 
 void FrontPanelComms::setLed(int led, int colour) {

@@ -4,6 +4,7 @@
 // a character device, polled from the test manager's loop. No thread, no
 // timer, no blocking wait.
 
+#include <QByteArray>
 #include <QString>
 #include <cstdint>
 #include <deque>
@@ -47,4 +48,8 @@ public:
     std::deque<char> readQueue;
     int32_t fd = -1;
     QString devicePath;
+
+private:
+    // The rest of a command that the line took only in part (see sendLine).
+    QByteArray unsentTail;
 };

@@ -28,7 +28,9 @@ WITH_DEPENDENCIES=(
 # dependencies (GL, X11, the armhf tool chain) are not needed.
 FILES_ONLY=(qtbase5-dev qtbase5-dev-tools qt5-qmake qt5-qmake-bin)
 
-stamp=$(printf '%s\n' "$MIRROR" "${SUITES[@]}" "${WITH_DEPENDENCIES[@]}" -- "${FILES_ONLY[@]}" |
+# The layout of what is made: 2 adds DEBIAN/ (see below).
+LAYOUT=2
+stamp=$(printf '%s\n' "$LAYOUT" "$MIRROR" "${SUITES[@]}" "${WITH_DEPENDENCIES[@]}" -- "${FILES_ONLY[@]}" |
     sha256sum | cut -c1-16)
 if [[ -f $SYSROOT/.fpt-sysroot && $(cat "$SYSROOT/.fpt-sysroot") == "$stamp" ]]; then
     echo "$SYSROOT"
@@ -96,9 +98,22 @@ fetch "armhf packages ${WITH_DEPENDENCIES[*]} and their dependencies" \
 staging=$SYSROOT.new
 rm -rf "$staging"
 mkdir -p "$staging"
+# DEBIAN/shlibs and DEBIAN/symbols gather those of every package, so that
+# dpkg-shlibdeps (-S) resolves an armhf program's libraries to the packages
+# and versions an instrument needs, as it does from the host's own dpkg.
+mkdir -p "$staging/DEBIAN"
+control=$staging.control
 for deb in "$APT"/archives/*.deb; do
     dpkg -x "$deb" "$staging"
+    rm -rf "$control"
+    dpkg-deb -e "$deb" "$control"
+    for kind in shlibs symbols; do
+        if [[ -f $control/$kind ]]; then
+            cat "$control/$kind" >>"$staging/DEBIAN/$kind"
+        fi
+    done
 done
+rm -rf "$control"
 # Packages link their libraries absolutely (/lib/...); inside a sysroot
 # those links must stay inside it.
 find "$staging" -type l -lname '/*' -print0 | while IFS= read -r -d '' link; do
@@ -110,7 +125,13 @@ done
 mkdir -p "$staging/etc"
 : >"$staging/etc/ld.so.preload"
 echo "$stamp" >"$staging/.fpt-sysroot"
-rm -rf "$SYSROOT"
+# Swapped in by renames, so that a build using the old root loses it only
+# for that instant.
+rm -rf "$SYSROOT.old"
+if [[ -e $SYSROOT ]]; then
+    mv "$SYSROOT" "$SYSROOT.old"
+fi
 mv "$staging" "$SYSROOT"
+rm -rf "$SYSROOT.old"
 rm -f "$APT"/archives/*.deb
 echo "$SYSROOT"

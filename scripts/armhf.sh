@@ -1,10 +1,13 @@
 #!/usr/bin/env bash
 # armhf.sh [host-build-dir]: the test leg of the instrument's own CPU.
 # Cross-builds the product and its unit tests for armhf (build/armhf), runs
-# every unit test under qemu-user, and runs the armhf program once in the
-# emulated instrument, whose emulator comes from the host build (default
-# build/release). Closes with "armhf: N passed, N failed, N skipped"; any
-# failure to set up, build or run fails the leg.
+# every unit test under qemu-user, makes the armhf package
+# (scripts/package.sh), unpacks it and runs every end-to-end case with its
+# programs under qemu-user in the emulated instrument, whose emulator and
+# test repository come from the host build (default build/release). Closes
+# with "armhf e2e: N passed, N failed" and "armhf: N passed, N failed,
+# N skipped" (the unit tests), also kept in build/armhf/summary; any failure
+# to set up, build, package or run fails the leg.
 set -euo pipefail
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
 cd "$ROOT"
@@ -12,8 +15,8 @@ HOST_BUILD=$(realpath -m "${1:-build/release}")
 BUILD=build/armhf
 
 # Tests that only a kernel can pass, not qemu-user 7.2: each pattern (a
-# CTest regular expression) is named with the reason, and the tests it
-# matches are counted as skipped.
+# CTest regular expression, unit tests and end-to-end cases alike) is named
+# with the reason, and the tests it matches are counted as skipped.
 QEMU_CANNOT=(
     "DeathTest\\.|a death test re-executes the test program, and qemu-user cannot execute an ARM program (no binfmt_misc)"
     "^EventDeviceCommsTest\\.InitializeFailuresAreReported$|qemu-user answers EVIOCGRAB, which it does not know, with ENOSYS where the kernel says ENOTTY"
@@ -24,10 +27,19 @@ fail() {
     echo "armhf: $*" >&2
     exit 1
 }
+# The armhf programs upload to the host build's test repository, so they
+# are provisioned with its credential.
+mkdir -p "$BUILD"
+if ! cmp -s "$HOST_BUILD/nexus-test-credential" "$BUILD/nexus-test-credential"; then
+    install -m 0600 "$HOST_BUILD/nexus-test-credential" "$BUILD/nexus-test-credential" ||
+        fail "the host build $HOST_BUILD has no test credential"
+fi
 scripts/armhf-build.sh "$BUILD" -DFPT_EMULATOR_HOST_BUILD_DIR="$HOST_BUILD" ||
     fail "the cross build failed"
 FPT_BUILD_TARGETS="cv084-emulator cv084-device-bridge" scripts/build.sh "$HOST_BUILD" >/dev/null ||
     fail "the host build of the emulator failed"
+scripts/package.sh armhf "$BUILD" || fail "the armhf package could not be made"
+dpkg-deb -x "$BUILD"/package/front-panel-test_*_armhf.deb "$BUILD/package/root"
 
 excluded=()
 for entry in "${QEMU_CANNOT[@]}"; do
@@ -35,16 +47,27 @@ for entry in "${QEMU_CANNOT[@]}"; do
     excluded+=("${entry%%|*}")
 done
 exclude=$(IFS='|' && echo "${excluded[*]}")
-labels='^(unit|e2e)$'
-skipped=$(cd "$BUILD" && ctest -N -L "$labels" -R "$exclude" | grep -c ' Test *#' || true)
 
-log=$BUILD/armhf-ctest.log
+# run_ctest LABEL JOBS: runs the label's tests but the excluded ones; sets
+# passed, failed and skipped.
 status=0
-(cd "$BUILD" && ctest --output-on-failure -j "$(nproc)" -L "$labels" -E "$exclude") 2>&1 |
-    tee "$log" || status=1
-summary=$(grep -E '^[0-9]+% tests passed, [0-9]+ tests? failed out of [0-9]+' "$log" || true)
-[[ -n $summary ]] || fail "ctest ran no test"
-read -r total failed < <(sed -E 's/.*, ([0-9]+) tests? failed out of ([0-9]+).*/\2 \1/' <<<"$summary")
-((total > 0)) || fail "ctest ran no test"
-echo "armhf: $((total - failed)) passed, $failed failed, $skipped skipped"
+run_ctest() {
+    local log=$BUILD/armhf-ctest-$1.log summary total
+    skipped=$(cd "$BUILD" && ctest -N -L "^$1\$" -R "$exclude" | grep -c ' Test *#' || true)
+    (cd "$BUILD" && ctest --output-on-failure -j "$2" -L "^$1\$" -E "$exclude") 2>&1 |
+        tee "$log" || status=1
+    summary=$(grep -E '^[0-9]+% tests passed, [0-9]+ tests? failed out of [0-9]+' "$log" || true)
+    [[ -n $summary ]] || fail "ctest ran no $1 test"
+    read -r total failed < <(sed -E 's/.*, ([0-9]+) tests? failed out of ([0-9]+).*/\2 \1/' <<<"$summary")
+    ((total > 0)) || fail "ctest ran no $1 test"
+    passed=$((total - failed))
+}
+run_ctest unit "$(nproc)"
+unit="armhf: $passed passed, $failed failed, $skipped skipped"
+# Each case is mostly waiting on qemu and the emulated panel: more run at
+# once than there are cores.
+run_ctest e2e "$((2 * $(nproc)))"
+e2e="armhf e2e: $passed passed, $failed failed"
+((skipped == 0)) || e2e+=", $skipped skipped"
+printf '%s\n' "$e2e" "$unit" | tee "$BUILD/summary"
 exit $status

@@ -21,6 +21,8 @@ PACKAGES=(
     libgtest-dev libgmock-dev
     # the libFuzzer harnesses (scripts/fuzz.sh)
     clang libclang-rt-14-dev
+    # the Debian packages (scripts/package.sh)
+    dpkg-dev debhelper lintian
     # the emulated instrument and the end-to-end tests
     libfuse3-dev fuse3 bubblewrap tmux python3 util-linux procps iproute2
     "$@"

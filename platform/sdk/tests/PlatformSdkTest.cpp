@@ -3,7 +3,6 @@
 // the Si5367 set-up.
 
 #include <chrono>
-#include <map>
 #include <memory>
 #include <string>
 #include <tuple>
@@ -130,34 +129,6 @@ TEST(PlatformSdk, RegisteringEmptyOrDuplicateBlocksIsRefusedAndLogged) {
     EXPECT_EQ(p.sdk->getSubsystem(SubsystemType::MISCELLANEOUS, 0), first);
 }
 
-TEST(PlatformSdk, SubsystemLookupTables) {
-    std::map<int, unsigned int> const selfTest = {
-        {0, 9},   {5, 9},   {11, 9},  {12, 15}, {13, 2},  {14, 2}, {15, 14}, {16, 13},
-        {17, 12}, {18, 11}, {20, 14}, {26, 6},  {27, 7},  {28, 0}, {33, 9},  {34, 8},
-        {35, 8},  {37, 10}, {38, 0},  {40, 14}, {41, 14}, {42, 14}};
-    // Types 1 to 46 (Vy production image) and 1 to 47 (KM40); 99 elsewhere.
-    std::vector<unsigned int> const production = {
-        6, 12, 16, 13, 99, 17, 10, 9,  25, 8,  99, 22, 1, 1,  15, 23, 21, 20, 16, 15, 8,  8,  4,
-        3, 5,  99, 99, 0,  16, 99, 18, 19, 99, 11, 11, 2, 99, 0,  8,  15, 15, 15, 7,  16, 16, 24};
-    std::vector<unsigned int> const km40 = {
-        6, 12, 16, 13, 99, 17, 10, 9,  27, 8,  99, 22, 1,  99, 15, 23, 21, 20, 16, 15, 8,  8,  4, 3,
-        5, 99, 99, 0,  16, 25, 18, 19, 99, 11, 99, 2,  99, 0,  8,  15, 99, 15, 7,  16, 16, 24, 15};
-    auto const at = [](std::vector<unsigned int> const& table, int kind) {
-        return kind >= 1 && kind <= static_cast<int>(table.size())
-                   ? table[static_cast<std::size_t>(kind - 1)]
-                   : 99u;
-    };
-    Platform vy(1, Calvento::Vy::DEVICE_VY);
-    Platform km(14, Calvento::Vy::DEVICE_KM40);
-    for (int kind = -1; kind < 80; ++kind) {
-        auto const found = selfTest.find(kind);
-        EXPECT_EQ(PlatformSdkVy::lookupSelfTestAxiSubSystemIndex(type(kind)),
-                  found == selfTest.end() ? 99u : found->second);
-        EXPECT_EQ(vy.sdk->lookupAxiSubSystemIndex(type(kind)), at(production, kind));
-        EXPECT_EQ(km.sdk->lookupAxiSubSystemIndex(type(kind)), at(km40, kind)) << kind;
-    }
-}
-
 // The block sits at sub-system 0 in every image; another number here shows
 // a block that ignores its own sub-system.
 constexpr unsigned int kSub = 5;
@@ -223,17 +194,18 @@ TEST(MiscellaneousRegisterApi, GpioPtpAndPpsRegisters) {
     b.misc.write_gpio(setup);
     b.axi->set(kSub, 0x0A, 0xA5A5F00F);
     EXPECT_EQ(b.misc.read_gpio(), 0xA5A5F00FU);
-    for (unsigned int word : {0x92345678U, 0x7FFFFFFFU}) {
+    for (auto const& [word, fields] :
+         std::vector<std::pair<unsigned int, std::vector<unsigned int>>>{
+             {0xA0000005U, {1, 0, 0x20000005}}, {0x5FFFFFFFU, {0, 1, 0x1FFFFFFF}}}) {
         b.axi->set(kSub, 0x13, word);
         auto const delay = b.misc.readPtpDelay();
-        EXPECT_EQ(std::vector<unsigned int>({delay.flagHigh, delay.flagLow, delay.delay}),
-                  std::vector<unsigned int>({word >> 31, (word >> 30) & 1, word & 0x3FFFFFFF}));
+        EXPECT_EQ(std::vector<unsigned int>({delay.flagHigh, delay.flagLow, delay.delay}), fields);
     }
     b.misc.setPpsRelativeSource(MiscellaneousRegisterApi::PPS_RELATIVE_PTP);
     EXPECT_THAT(b.axi->accesses,
                 ElementsAre(axiWr(kSub, 0x0B, 0x00FC3081), axiWr(kSub, 0x0C, 0x00A80FC5),
                             axiWr(kSub, 0x0D, 0xDEADBEEF), axiRd(kSub, 0x0A, 0xA5A5F00F),
-                            axiRd(kSub, 0x13, 0x92345678), axiRd(kSub, 0x13, 0x7FFFFFFF),
+                            axiRd(kSub, 0x13, 0xA0000005), axiRd(kSub, 0x13, 0x5FFFFFFF),
                             axiWr(kSub, 0x12, MiscellaneousRegisterApi::PPS_RELATIVE_PTP)));
 }
 

@@ -4,6 +4,8 @@
   start-up     program start to the serial-number prompt on its terminal
   latency      a button going down on the keyboard device to the LED line
                for it on the serial port (debug display, two buttons in turn)
+  key latency  a key reaching the program's terminal to its effect on the
+               serial port ("h" toggles the headphone output: the "A" line)
   idle CPU     the program's user + system time over a quiet stretch, as a
                share of one core
   idle output  bytes the program writes to its terminal per second then
@@ -17,12 +19,14 @@ Runs inside the emulated instrument; usage: benchmark.py PROGRAM [--json FILE] [
 """
 
 import argparse
+import fcntl
 import json
 import os
 import random
 import statistics
 import subprocess
 import sys
+import termios
 import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), ".."))
@@ -74,6 +78,42 @@ def status_kib(pid, key):
             if line.startswith(key + ":"):
                 return int(line.split()[1])
     return 0
+
+
+def host_lines_from(emu, start, prefix, since_us, timeout=2.0):
+    """The time of the first line the program sent with this prefix at or after since_us."""
+    deadline = time.monotonic() + timeout
+    while time.monotonic() < deadline:
+        for line in emu.traffic(start)["lines"]:
+            if line["dir"] == "host" and line["text"].startswith(prefix) and \
+                    line["t_us"] >= since_us:
+                return line["t_us"]
+        time.sleep(0.002)
+    raise RuntimeError(f"no {prefix!r} line on the serial port")
+
+
+def key_latencies(emu, keys):
+    """Key reaching the terminal to its "A" line, in ms. The key goes straight
+    into the pane's input queue (TIOCSTI), so that the moment it arrives is
+    known; where the kernel refuses that, tmux types it and the time is taken
+    before tmux starts (an upper bound)."""
+    tty = tmux("display-message", "-p", "-t", "b", "#{pane_tty}").strip()
+    fd = os.open(tty, os.O_RDWR | os.O_NOCTTY)
+    latencies = []
+    try:
+        for _ in range(keys):
+            start_line = emu.traffic()["next"]
+            time.sleep(random.uniform(0.0, 0.1))  # any phase of the 100 ms poll
+            sent = time.monotonic_ns() // 1000
+            try:
+                fcntl.ioctl(fd, termios.TIOCSTI, b"h")
+            except OSError:
+                tmux("send-keys", "-t", "b", "-l", "h")
+            latencies.append((host_lines_from(emu, start_line, "A", sent) - sent) / 1000.0)
+            time.sleep(0.05)
+    finally:
+        os.close(fd)
+    return latencies
 
 
 def percentile(values, p):
@@ -172,6 +212,7 @@ def main():
     p.add_argument("--json", default="")
     p.add_argument("--starts", type=int, default=5)
     p.add_argument("--presses", type=int, default=60)
+    p.add_argument("--keys", type=int, default=60)
     p.add_argument("--idle-seconds", type=float, default=10.0)
     p.add_argument("--soak", action="store_true", help="the soak instead of the figures above")
     p.add_argument("--soak-events", type=int, default=100000)
@@ -245,6 +286,10 @@ def main():
     results["latency_ms_p99"] = percentile(latencies, 99)
     results["latency_ms_max"] = max(latencies)
     results["latency_samples"] = len(latencies)
+    keys = key_latencies(emu, args.keys)
+    results["key_latency_ms_p50"] = percentile(keys, 50)
+    results["key_latency_ms_p99"] = percentile(keys, 99)
+    results["key_latency_ms_max"] = max(keys)
 
     results["peak_rss_kib"] = status_kib(pid, "VmHWM")
     tmux("send-keys", "-t", "b", "-l", "y")
@@ -258,6 +303,9 @@ def main():
     print(f"button -> LED line latency: p50 {results['latency_ms_p50']:.1f} ms,"
           f" p99 {results['latency_ms_p99']:.1f} ms, max {results['latency_ms_max']:.1f} ms"
           f" ({len(latencies)} presses)")
+    print(f"key -> panel line latency: p50 {results['key_latency_ms_p50']:.1f} ms,"
+          f" p99 {results['key_latency_ms_p99']:.1f} ms, max {results['key_latency_ms_max']:.1f} ms"
+          f" ({args.keys} keys)")
     print(f"idle CPU: {results['idle_cpu_percent']:.2f} % of one core"
           f" ({args.idle_seconds:.0f} s)")
     print(f"idle terminal output: {results['idle_terminal_bytes_per_s']:.1f} bytes/s")

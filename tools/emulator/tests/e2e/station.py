@@ -100,6 +100,9 @@ class Station:
 
     def type(self, text):
         subprocess.run(TMUX + ["send-keys", "-t", "fpt", "-l", text], check=True)
+        # tmux writes keys to the terminal on its next turn: once it has answered
+        # again they are there, ahead of whatever the panel does next.
+        self.screen()
 
     def key(self, name):
         subprocess.run(TMUX + ["send-keys", "-t", "fpt", name], check=True)
@@ -115,13 +118,16 @@ class Station:
             return int(f.read())
 
     # --- the operator's routines -------------------------------------------
-    def enter_serial(self, serial):
+    def enter_serial(self, serial, kept=None, answer="y"):
+        """Types a line at the serial number prompt; the program repeats the number it kept."""
         self.wait_row(14, " " * 10 + "Enter CV084 PCB Serial No:")
         self.type(serial)
         self.key("Enter")
-        self.wait_row(16, " " * 10 + f'You Entered "{serial}"')
+        # Cut at the screen's right edge, not wrapped onto the next row.
+        self.wait_row(16, (" " * 10 + f'You Entered "{kept or serial}"')[:80])
+        self.wait_row(17, "")
         self.wait_row(18, " " * 10 + "Is that correct? (Y/n):")
-        self.type("y")
+        self.type(answer)
 
     def wait_idle(self):
         """Gives the program time for a few of its 100 ms key polls."""

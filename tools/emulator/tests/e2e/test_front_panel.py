@@ -7,6 +7,7 @@ instrument's start-up options (design, jack) are given to the launcher and
 repeated here through EXPECT_* variables.
 """
 
+import fcntl
 import filecmp
 import glob
 import json
@@ -215,18 +216,18 @@ class OperatorCase(unittest.TestCase):
     def routing_is(self, routing):
         self.st.wait_until(lambda: self.st.emu.state()["routing"] == routing, f"routing {routing}")
 
-    def finish(self, status):
+    def finish(self, status, serial=SERIAL):
         self.assertEqual(self.st.wait_exit(), status, self.st.dump())
         files = self.st.results_files()
         self.assertEqual(len(files), 1, files)
-        self.assertRegex(files[0], rf"^/home/transfer/log/front_panel_test_{SERIAL}"
+        self.assertRegex(files[0], rf"^/home/transfer/log/front_panel_test_{serial}"
                                    r"-\d{8}-\d{6}\.txt$")
         return files[0]
 
-    def results_are(self, path, states=None, before=()):
+    def results_are(self, path, states=None, before=(), serial=SERIAL):
         lines = list(before) + (result_lines(states) if states else [])
         header = ["Front Panel Test Log", "~" * 20, "", "Tests Started: <time>",
-                  f"Serial No: {SERIAL}"]
+                  f"Serial No: {serial}"]
         self.assertEqual(read_results(path), header + lines)
 
     def ends_without_results(self, quiet=False):
@@ -258,7 +259,13 @@ class FullPlan(OperatorCase):
     def test_whole_plan_passes_and_is_uploaded(self):
         st = self.st
         image = not self.args
-        st.enter_serial(SERIAL)
+        # The serial number as the operator enters it: 80 characters are kept
+        # of the 81 typed, and they name the results file, its "Serial No:"
+        # line and the repository folder.
+        serial = "0123456789" * 8
+        for typed, kept, answer in (("", "Unassigned", "n"), ("  W1 W2", "W1", "N"),
+                                    (serial + "9", serial, "y")):
+            st.enter_serial(typed, kept, answer)
         # The panel was set up: version and jack asked, outputs off, all
         # LEDs off, full brightness.
         self.st.wait_until(lambda: st.emu.state()["brightness"] == 255, "brightness 255")
@@ -290,21 +297,20 @@ class FullPlan(OperatorCase):
         audio = ["PASSED "] * 2 if image else ["Not Run"] * 2
         self.menu(["PASSED "] * 3 + audio)
         st.type("u")
-        path = self.finish(0)
-        self.assertIn(f"Log filename: {path}", "\n".join(st.screen()))
+        path = self.finish(0, serial)
+        self.assertIn(f"Log filename: {path}", "".join(st.screen()))
         self.assertNotIn("Nexus Upload Failed", "\n".join(st.screen()))
         self.results_are(path, ["PASSED "] * 3 + audio, before=[] if image else [
-            "FAIL!! - Speaker Output Test", "FAIL!! - Headphone Output Test"])
+            "FAIL!! - Speaker Output Test", "FAIL!! - Headphone Output Test"], serial=serial)
         self.panel_left_dark_and_quiet()
         if not image:  # the tone generator and the volume were never touched
             tone = st.emu.state()["tone"]
             self.assertEqual((tone["volume_raw"], tone["high"], tone["period"]), (0, 0, 0))
 
-        # The repository holds the same file under /CV084/<serial>/front_panel_test/.
-        name = os.path.basename(path)
-        stored = os.path.join(STATE_DIR, "nexus", "CV084", SERIAL, "front_panel_test", name)
-        self.assertTrue(filecmp.cmp(path, stored, shallow=False))
         self.assertEqual([r["status"] for r in self.uploads()], [204])
+        stored = os.path.join(STATE_DIR, "nexus", "CV084", serial, "front_panel_test",
+                              os.path.basename(path))
+        self.assertTrue(filecmp.cmp(path, stored, shallow=False))
 
         # The program set its logger up under the results folder's "vyapp"
         # identity (its facility and line format are the logging tests' own).
@@ -394,14 +400,12 @@ class AudioTests(OperatorCase):
         for detents, interval, volume in ((10, 150, 10), (-3, 150, 7), (-9, 60, 0), (7, 60, 7)):
             self.turn(detents, interval)
             self.volume_is(volume)
-        st.type("p")  # the knob now sets the pitch, from index 48
-        st.wait_idle()
+        st.type("p")  # the knob now sets the pitch, from index 48, from its next detent on
         for detents, interval, pitch in ((-12, 60, 36), (-35, 40, 1), (-5, 40, 0)):
             self.turn(detents, interval)
             self.pitch_is(pitch)
         self.volume_is(7)
         st.type("v")  # back to the volume, from where it was
-        st.wait_idle()
         self.turn(2)
         self.volume_is(9)
         self.pitch_is(0)
@@ -420,50 +424,20 @@ class AudioTests(OperatorCase):
         self.ends_without_results(quiet=True)
 
 
-class QuitPaths(OperatorCase):
-    def test_quit_in_shaft_encoder_test_writes_no_results(self):
-        self.st.enter_serial(SERIAL)
-        self.st.wait_row(6, "  1. Turn the Shaft Encoder One Step *Clockwise* from *WHITE* to"
-                            " *YELLOW*")
-        self.st.type("q")
-        self.ends_without_results(quiet=True)
-
-    def test_quit_in_button_test_writes_no_results(self):
-        self.from_menu("2")
-        self.press_button(0)
-        self.st.wait_row(5, '  1. Press and release "*F1*" button')
-        self.st.type("q")
-        self.ends_without_results()
-
-
-class JackUnknown(OperatorCase):
-    def test_undetectable_jack_ends_the_run_without_results(self):
-        self.from_menu("3")
-        self.st.wait_row(19, "    ERROR: The Headphone State cannot be detected!")
-        self.st.wait_row(21, "     Any key to Quit :")
-        self.st.type("k")
-        self.ends_without_results()
-
-
-class UploadFailure(OperatorCase):
-    """Started with no repository at all: the failure is reported, the results stay."""
-
-    def test_failure_reported_and_results_kept(self):
-        self.from_menu()
-        self.st.type("u")
-        self.st.wait_for("Nexus Upload Failed, are you connected to the network?", timeout=60)
-        self.results_are(self.finish(0), NOT_RUN)
-        self.assertEqual(self.uploads(), [])
-
-
 class StartFailure(OperatorCase):
-    """No results folder (EXPECT_MISSING=folder) or no panel serial device."""
-    args = ("-f", "/no/dir/out.txt") if os.environ.get("EXPECT_MISSING") == "folder" else ()
+    """No results folder, no panel serial device, or an input device that another station
+    holds (EXPECT_MISSING: folder, panel, keyboard or mouse)."""
+    missing = os.environ.get("EXPECT_MISSING")
+    args = ("-f", "/no/dir/out.txt") if missing == "folder" else ()
 
     def setUp(self):
-        if not self.args:
+        if self.missing == "panel":
             subprocess.run(["umount", "/dev/cv084_app"], check=True)
             os.unlink("/dev/cv084_app")
+        elif self.missing != "folder":
+            held = os.open(f"/dev/input/cv084_fp_{self.missing}", os.O_RDONLY)
+            fcntl.ioctl(held, 0x40044590, 1)  # EVIOCGRAB: the program's own grab gets EBUSY
+            self.addCleanup(os.close, held)
         super().setUp()
 
     def test_reason_stays_on_the_plain_terminal(self):
@@ -474,8 +448,10 @@ class StartFailure(OperatorCase):
             self.assertIn("Couldn't open the log file /no/dir/out.txtLog filename: /no/dir/out.txt",
                           screen)
         else:
-            self.assertIn("FrontPanelComs::openPort() failed: No such file or directory\n"
-                          f"Log filename: {self.st.results_files()[0]}", screen)
+            reason = ("FrontPanelComs::openPort() failed: No such file or directory"
+                      if self.missing == "panel" else
+                      "front_panel_test unable to grab: Device or resource busy")
+            self.assertIn(f"{reason}\nLog filename: {self.st.results_files()[0]}", screen)
 
 
 class DebugDisplay(OperatorCase):
@@ -526,7 +502,6 @@ class DebugDisplay(OperatorCase):
         st.wait_row(15, colours_row(2))
         self.st.wait_until(lambda: self.leds_all(RGB[2]), "every LED cyan")
         st.type("v")
-        st.wait_idle()
         self.turn(4)
         st.wait_for(r" \(V\)olume:   4 ", row=14, regex=True)
         self.volume_is(4)
