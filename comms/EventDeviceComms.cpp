@@ -27,6 +27,27 @@ int buttonIndex(int code) {
     return found == end ? -1 : static_cast<int>(found - std::begin(kButtonKeyCodes));
 }
 
+constexpr int64_t kMicroseconds = 1000000;
+
+// Seconds and the microseconds within them (0 to 999999), rounded down.
+std::pair<int64_t, int64_t> splitMicroseconds(int64_t us) {
+    int64_t const rest = us % kMicroseconds;
+    return rest < 0 ? std::pair{us / kMicroseconds - 1, rest + kMicroseconds}
+                    : std::pair{us / kMicroseconds, rest};
+}
+
+// Whether a record was stamped after a moment in microseconds. A kernel sends
+// whole seconds and 0 to 999999 microseconds, but a device may send any
+// values at all: compared exactly, never through a product that overflows.
+bool stampedAfter(input_event const& event, int64_t momentUs) {
+    auto const [carry, micros] = splitMicroseconds(static_cast<int64_t>(event.input_event_usec));
+    int64_t seconds;
+    if (__builtin_add_overflow(static_cast<int64_t>(event.input_event_sec), carry, &seconds))
+        return carry > 0; // beyond every moment, or before every one
+    auto const moment = splitMicroseconds(momentUs);
+    return seconds != moment.first ? seconds > moment.first : micros > moment.second;
+}
+
 } // namespace
 
 EventDeviceComms::EventDeviceComms(QString path) : devicePath(std::move(path)) {}
@@ -78,9 +99,7 @@ void EventDeviceComms::processReadQueue() {
         std::copy_n(readQueue.begin(), kRecordSize, raw);
         struct input_event event {};
         std::memcpy(&event, raw, kRecordSize);
-        int64_t const stampUs =
-            static_cast<int64_t>(event.input_event_sec) * 1000000 + event.input_event_usec;
-        if (holdRecordsAfterUs && stampUs > *holdRecordsAfterUs) {
+        if (holdRecordsAfterUs && stampedAfter(event, *holdRecordsAfterUs)) {
             return;
         }
         processReceivedEvent(event);
