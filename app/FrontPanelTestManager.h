@@ -7,7 +7,6 @@
 
 #include <QFile>
 #include <QString>
-#include <QTextStream>
 #include <array>
 #include <cstdint>
 #include <functional>
@@ -15,6 +14,7 @@
 #include <set>
 #include <vector>
 
+#include "app/ResultsFile.h"
 #include "app/Terminal.h"
 #include "app/UnitTest.h"
 #include "comms/EventDeviceComms.h"
@@ -170,8 +170,7 @@ private:
     bool uploadResults();
 
     QString m_logFileName = QStringLiteral("/tmp/log.txt");
-    QFile m_logFile;
-    QTextStream m_logStream;
+    ResultsFile m_logFile;
     Devices m_devices;
     bool m_panelOpened = false;
     int32_t m_lastLed = -1;

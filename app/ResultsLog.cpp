@@ -1,9 +1,7 @@
-// The results file and its upload. The file is flushed after
-// every write: an operator's results must survive whatever ends the program.
+// The results file's lines and its upload.
 
 #include <cstdio>
 #include <ctime>
-#include <unistd.h>
 
 #include "app/FrontPanelTestManager.h"
 #include "upload/JournaledUpload.h"
@@ -19,18 +17,8 @@ void FrontPanelTestManager::setLogFileLocation(QString const& fileName) {
 }
 
 bool FrontPanelTestManager::createLogFile() {
-    m_logStream.setDevice(nullptr);
-    if (m_logFile.isOpen())
-        m_logFile.close();
-    m_logFile.setFileName(m_logFileName);
-    if (!m_logFile.open(QIODevice::WriteOnly | QIODevice::Truncate | QIODevice::Text)) {
-        std::fputs("Couldn't open the log file ", stderr);
-        std::fputs(m_logFileName.toLocal8Bit().constData(), stderr);
-        std::fflush(stderr);
+    if (!m_logFile.create(m_logFileName))
         return false;
-    }
-    m_logStream.setDevice(&m_logFile);
-    m_logStream.setCodec("UTF-8");
 
     char started[kTimeBufferSize] = {};
     std::time_t const now = std::time(nullptr);
@@ -46,14 +34,7 @@ bool FrontPanelTestManager::createLogFile() {
 }
 
 void FrontPanelTestManager::log(QString const& text) {
-    if (m_logStream.device() == nullptr)
-        return;
-    m_logStream << text;
-    m_logStream.flush();
-    m_logFile.flush();
-    // On disk, not only in the kernel: the instrument may simply be switched
-    // off once the operator has seen the result.
-    ::fsync(m_logFile.handle());
+    m_logFile.append(text.toUtf8());
 }
 
 void FrontPanelTestManager::logUnitTestResults() {
@@ -63,8 +44,18 @@ void FrontPanelTestManager::logUnitTestResults() {
 }
 
 bool FrontPanelTestManager::uploadResults() {
+    if (!m_logFile.complete()) {
+        // A file that lacks results must not go out as the board's results:
+        // the operator gets what is missing instead, to note down.
+        std::fprintf(stderr, "The results file %s is incomplete (%s): it is not uploaded.\n",
+                     m_logFileName.toLocal8Bit().constData(),
+                     m_logFile.reason().toLocal8Bit().constData());
+        std::fflush(stderr);
+        std::printf("What it lacks:\n%s", m_logFile.unwritten().constData());
+        std::fflush(stdout);
+        return false;
+    }
     // Closed first so the repository gets the file exactly as it stands.
-    m_logStream.setDevice(nullptr);
     m_logFile.close();
     if (m_devices.upload(m_logFileName, resultsTargetDir(m_serialNumber)))
         return true;

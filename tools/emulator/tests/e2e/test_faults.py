@@ -82,6 +82,30 @@ class WriteFaults(unittest.TestCase):
         self.upload_unrecorded("Input/output error", r"/front_panel_test_W1-\d{8}-\d{6}\.txt",
                                kit.failing_sync("fsync"))
 
+    def test_disk_full_while_results_written(self):
+        # Full from the first line on; freed before (U)pload, or not.
+        self.addCleanup(lambda: os.path.exists(kit.FILLER) and os.unlink(kit.FILLER))
+        for serial in ("F0", "F1"):
+            with self.subTest(serial=serial):
+                kit.fill_disk()
+                st = kit.QuickStation()
+                self.addCleanup(st.close)
+                st.to_menu(serial)
+                [path] = glob.glob(f"{kit.RESULTS_DIR}/front_panel_test_{serial}-*.txt")
+                if serial == "F1":
+                    os.unlink(kit.FILLER)
+                st.type("u")
+                self.assertEqual(st.wait_exit(), 0)
+                if serial == "F1":  # the whole file, or nothing, goes out as the board's
+                    self.assertEqual(read_results(path), results_lines(serial)[:5] + [
+                        f"Not Run - {name}" for name in kit.PLAN])
+                    self.assertEqual(kit.received()[-1:], [(os.path.basename(path), 204)])
+                else:
+                    self.assertIn(f"{path} is incomplete (No space left on device)", st.text())
+                    self.assertNotIn(path, kit.journal_text())
+                    self.assertNotIn((os.path.basename(path), 204), kit.received())
+                    os.unlink(kit.FILLER)
+                st.close()
 
 if __name__ == "__main__":
     unittest.main()
