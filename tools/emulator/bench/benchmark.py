@@ -135,6 +135,15 @@ def start(program, run):
     return began
 
 
+def quit_run(emu):
+    """Answers "y", (Q)uits at the first test, ends tmux and the instrument."""
+    tmux("send-keys", "-t", "b", "-l", "y")
+    wait_text("Shaft Encoder Tests")
+    tmux("send-keys", "-t", "b", "-l", "q")
+    tmux("kill-server", check=False)
+    emu.close()
+
+
 def open_descriptors(pid):
     return len(os.listdir(f"/proc/{pid}/fd"))
 
@@ -189,11 +198,7 @@ def soak(args):
         "descriptor_change": open_descriptors(pid) - fds0,
         "idle_s": t1 - t0, "idle_cpu_percent": 100.0 * (cpu1 - cpu0) / (t1 - t0),
     }
-    tmux("send-keys", "-t", "b", "-l", "y")
-    wait_text("Shaft Encoder Tests")
-    tmux("send-keys", "-t", "b", "-l", "q")
-    tmux("kill-server", check=False)
-    emu.close()
+    quit_run(emu)
     print(f"soak: {results['button_events']} button events and {lines} panel lines"
           f" in {busy:.0f} s, then {results['idle_s']:.0f} s idle")
     print(f"peak RSS growth: {results['peak_rss_growth_kib']} KiB (goal <= 1024);"
@@ -292,11 +297,7 @@ def main():
     results["key_latency_ms_max"] = max(keys)
 
     results["peak_rss_kib"] = status_kib(pid, "VmHWM")
-    tmux("send-keys", "-t", "b", "-l", "y")
-    wait_text("Shaft Encoder Tests")
-    tmux("send-keys", "-t", "b", "-l", "q")
-    tmux("kill-server", check=False)
-    emu.close()
+    quit_run(emu)
 
     print(f"start-up to serial prompt: median {results['startup_ms_median']:.0f} ms,"
           f" max {results['startup_ms_max']:.0f} ms ({args.starts} starts)")
