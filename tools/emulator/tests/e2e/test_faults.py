@@ -4,12 +4,15 @@ Each case runs in a fresh emulated instrument without the self-test image."""
 
 import glob
 import os
+import resource
+import signal
+import subprocess
 import sys
 import unittest
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", ".."))
 import faultkit as kit  # noqa: E402
-from station import read_results  # noqa: E402
+from station import TMUX, Station, read_results  # noqa: E402
 from test_upload_journal import upload_program  # noqa: E402
 
 
@@ -105,6 +108,39 @@ class WriteFaults(unittest.TestCase):
                     self.assertNotIn(path, kit.journal_text())
                     self.assertNotIn((os.path.basename(path), 204), kit.received())
                     os.unlink(kit.FILLER)
+                st.close()
+
+class CrashWhileScreenUp(unittest.TestCase):
+    """The shell gets its screen and terminal mode back, then what the program
+    held back, and the signal ends the program."""
+
+    def test_terminal_given_back_with_what_was_held(self):
+        resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
+        program = os.environ["FPT_PROGRAM"]
+        self.addCleanup(os.environ.__setitem__, "FPT_PROGRAM", program)
+        # The shell shows the terminal's mode once the program has ended.
+        os.environ["FPT_PROGRAM"] = f"{program}; s=\\$?; stty -a; (exit \\$s)"
+        for crash in (signal.SIGABRT, signal.SIGSEGV, signal.SIGBUS, signal.SIGFPE):
+            with self.subTest(signal=crash.name):
+                st = Station()
+                self.addCleanup(st.close)
+                st.enter_serial("C1")
+                st.wait_for(kit.PLAN[0], row=0)
+                pid = kit.QuickStation.program_pid(st)
+                # Stopped, so that a diagnostic written now is still held when it crashes.
+                os.kill(pid, signal.SIGSTOP)
+                with open(f"/proc/{pid}/fd/2", "a") as stderr:
+                    stderr.write("last words\n")
+                os.kill(pid, crash)
+                os.kill(pid, signal.SIGCONT)
+                self.assertEqual(st.wait_exit(), 128 + crash)
+                pane = subprocess.run(TMUX + ["display", "-p", "-t", "fpt",
+                                              "#{alternate_on} #{keypad_flag}"], check=True,
+                                      capture_output=True, text=True).stdout.split()
+                self.assertEqual(pane, ["0", "0"])
+                text = "\n".join(st.screen())
+                self.assertLess(text.index("last words"), text.index("speed "))
+                self.assertTrue({"icanon", "echo"} <= set(text.split()), text)
                 st.close()
 
 if __name__ == "__main__":
