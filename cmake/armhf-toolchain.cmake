@@ -10,6 +10,10 @@ if(NOT FPT_ARMHF_SYSROOT)
   set(FPT_ARMHF_SYSROOT /var/cache/front_panel_test/armhf-sysroot)
 endif()
 set(FPT_ARMHF_SYSROOT ${FPT_ARMHF_SYSROOT} CACHE PATH "armhf root made by scripts/armhf-sysroot.sh")
+# CMake reads this file again for each check it compiles: without this, those
+# checks would see the default root, and the compiler's library folders found
+# there would not match the real ones (the programs then get a RUNPATH).
+list(APPEND CMAKE_TRY_COMPILE_PLATFORM_VARIABLES FPT_ARMHF_SYSROOT)
 if(NOT EXISTS ${FPT_ARMHF_SYSROOT}/.fpt-sysroot)
   message(FATAL_ERROR "No armhf sysroot at ${FPT_ARMHF_SYSROOT}: run scripts/armhf-sysroot.sh")
 endif()
