@@ -135,6 +135,14 @@ def start(program, run):
     return began
 
 
+def save_json(args, results):
+    """Writes the figures to --json's file, if given; the exit status."""
+    if args.json:
+        with open(args.json, "w") as f:
+            json.dump(results, f, indent=2)
+    return 0
+
+
 def quit_run(emu):
     """Answers "y", (Q)uits at the first test, ends tmux and the instrument."""
     tmux("send-keys", "-t", "b", "-l", "y")
@@ -205,10 +213,7 @@ def soak(args):
           f" RSS growth {results['rss_growth_kib']} KiB")
     print(f"open descriptors: {results['descriptor_change']:+d} (goal 0)")
     print(f"idle CPU: {results['idle_cpu_percent']:.2f} % of one core (goal <= 1 %)")
-    if args.json:
-        with open(args.json, "w") as f:
-            json.dump(results, f, indent=2)
-    return 0
+    return save_json(args, results)
 
 
 def main():
@@ -311,10 +316,7 @@ def main():
           f" ({args.idle_seconds:.0f} s)")
     print(f"idle terminal output: {results['idle_terminal_bytes_per_s']:.1f} bytes/s")
     print(f"peak RSS: {results['peak_rss_kib'] / 1024:.1f} MiB")
-    if args.json:
-        with open(args.json, "w") as f:
-            json.dump(results, f, indent=2)
-    return 0
+    return save_json(args, results)
 
 
 if __name__ == "__main__":
