@@ -10,6 +10,7 @@ cd "$ROOT"
 scripts/setup.sh
 
 status=0
+rm -f build/release/power-cuts.summary
 scripts/build.sh build/release -DCMAKE_BUILD_TYPE=RelWithDebInfo
 (cd build/release && ctest --output-on-failure -j "$(nproc)") || status=1
 # The bench stations' package, made from the programs just tested.
@@ -24,7 +25,9 @@ scripts/build.sh build/asan -DCMAKE_BUILD_TYPE=Debug -DFPT_SANITIZE=ON
     UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1 \
     ctest --output-on-failure -j "$(nproc)" -L unit) || status=1
 
-# The log closes with the counts of the instrument's CPU.
+# The log closes with the counts of the instrument's CPU, then what the
+# power-cut sweep checked.
 cat build/armhf/summary 2>/dev/null || echo "armhf: the leg did not finish"
+cat build/release/power-cuts.summary 2>/dev/null || echo "power cuts: the sweep did not finish"
 
 exit $status

@@ -41,8 +41,8 @@ class QuickStation(Station):
 
     killed = False
 
-    def __init__(self):
-        super().__init__("-x", timeout=30)
+    def __init__(self, *args):
+        super().__init__("-x", *args, timeout=30)
 
     def screen(self):
         if self.killed:
@@ -71,11 +71,14 @@ class QuickStation(Station):
         self.type("m")
         self.wait_for(MENU_PROMPT, row=21)
 
-    def whole_run(self, serial):
+    def whole_run(self, serial, at_menu=None):
         """Every kind of write the program makes: the results' head, the
         stand-ins' failure lines (run from the menu), back round to the first
-        test, then (U)pload: result lines, journal, repository, journal."""
+        test, then (U)pload: result lines, journal, repository, journal.
+        at_menu() is called once the head is written."""
         self.to_menu(serial)
+        if at_menu:
+            at_menu()
         self.type("4")
         for name in PLAN[3:]:
             self.wait_for(name, row=0)

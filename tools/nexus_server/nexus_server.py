@@ -144,6 +144,9 @@ class Handler(BaseHTTPRequestHandler):
                 for part in parts
             ],
             "status": status,
+            # When it was taken (wall clock, ns): a stored asset is recorded
+            # before it is answered, so this comes after the store.
+            "time_ns": time.time_ns(),
         }
         self.server.write_record(entry)
 
