@@ -1,4 +1,4 @@
-#!/ usr / bin / env python3
+#!/usr/bin/env python3
 """Test artifact repository for the front panel test's results upload.
 
 A real HTTPS server that does what a Sonatype Nexus server's REST components
@@ -15,9 +15,9 @@ missing credential gets 401, a missing part or repository 400 with a JSON list
 of errors, an unknown repository or path 404.
 
 Fault modes for tests: --mode error500 answers every request with 500;
---mode hang reads the request and never answers;
---mode failN answers the first N requests with 500, then works normally;
---mode slowN takes N ms to store the asset and N ms more to answer(a client can die at either);
+--mode hang reads the request and never answers; --mode failN answers the
+first N requests with 500, then works normally; --mode slowN takes N ms to
+store the asset and N ms more to answer (a client can die at either);
 --mode noredeploy refuses, as a hosted repository with redeploy disabled does,
 to store an asset that is already there (400), and --mode noredeploy-noread
 does that for an account that may not read the repository either. Assets are
@@ -134,18 +134,18 @@ class Handler(BaseHTTPRequestHandler):
             "path": split.path,
             "query": split.query,
             "request_line": self.requestline,
-#Who uploaded, never the Authorization header's value: records
-#end up in test logs and artifacts.
+            # Who uploaded, never the Authorization header's value: records
+            # end up in test logs and artifacts.
             "user": self.basic_credential().partition(b":")[0].decode("latin-1"),
             "headers": [[name, value] for name, value in self.headers.items()
                         if name.lower() != "authorization"],
             "body_base64": base64.b64encode(body).decode("ascii"),
             "parts": [
                 {
-        "headers" : part["headers"],
-                    "name" : disposition_params(part["headers"]).get("name"),
-                    "filename" : disposition_params(part["headers"]).get("filename"),
-                    "body_base64" : base64.b64encode(part["body"]).decode("ascii"),
+                    "headers": part["headers"],
+                    "name": disposition_params(part["headers"]).get("name"),
+                    "filename": disposition_params(part["headers"]).get("filename"),
+                    "body_base64": base64.b64encode(part["body"]).decode("ascii"),
                 }
                 for part in parts
             ],
@@ -167,7 +167,7 @@ class Handler(BaseHTTPRequestHandler):
             self.wfile.write(payload)
 
     def hang(self):
-#Accepted and read, never answered : wait for the client to give up.
+        # Accepted and read, never answered: wait for the client to give up.
         self.close_connection = True
         try:
             self.connection.settimeout(None)
@@ -268,8 +268,7 @@ class Handler(BaseHTTPRequestHandler):
         return 200, hashlib.sha1(data).hexdigest().encode() if checksum else data, []
 
     def errors(self, pairs):
-        payload = json.dumps([{
-    "id" : i, "message" : m} for i, m in pairs]).encode()
+        payload = json.dumps([{"id": i, "message": m} for i, m in pairs]).encode()
         return 400, payload, []
 
     def basic_credential(self):
@@ -311,8 +310,8 @@ class RepositoryServer(ThreadingHTTPServer):
         super().__init__(address, Handler)
 
     def finish_request(self, request, client_address):
-#The handshake runs in the connection's own thread, so a client that
-#never completes one holds up nobody else.
+        # The handshake runs in the connection's own thread, so a client that
+        # never completes one holds up nobody else.
         try:
             tls = self.context.wrap_socket(request, server_side=True)
         except (ssl.SSLError, OSError) as error:
