@@ -56,8 +56,14 @@ int FrontPanelTestManager::run() {
     closeDisplay();
     if (ending == Ending::Abandoned)
         return -1;
+    reportResultsKeptAside();
     logUnitTestResults();
-    if (ending == Ending::UploadAndQuit)
+    m_uploadRequested = ending == Ending::UploadAndQuit;
+    // Results that lack lines are never sent as the board's: the operator
+    // is told, and the exit status says so to a calling script.
+    if (reportIncompleteResults())
+        return kExitIncompleteResults;
+    if (m_uploadRequested)
         uploadResults();
     return 0;
 }

@@ -39,6 +39,7 @@ public:
     // selectUnitTest() results besides a test index.
     static constexpr int kSelectQuit = -1;
     static constexpr int kSelectUploadAndQuit = -2;
+    static constexpr int kExitIncompleteResults = 3;
 
     // Waits up to the given time, or less once one of the descriptors (the
     // serial link's, the input devices' and the terminal's; -1 for none) has
@@ -70,7 +71,9 @@ public:
     // ---- Test plan and run loop ----
     void addUnitTest(std::shared_ptr<UnitTest> test);
     // 0 after (Q)uit or (U)pload and quit; -1 when start-up failed or a test
-    // asked to quit at once. The screen is closed whichever way it ends.
+    // asked to quit at once; kExitIncompleteResults after (Q)uit or (U)pload
+    // when the results file lacks lines. The screen is closed whichever way
+    // it ends.
     int run();
     // A test index, kSelectQuit or kSelectUploadAndQuit. May return an index
     // past the last test; the caller shows the menu again then.
@@ -168,9 +171,15 @@ private:
     int readKeyBlocking();
     void switchPanelOff();
     bool uploadResults();
+    // After the screen is closed: the earlier pending results kept aside at
+    // the start, and an incomplete results file (true) with what it lacks.
+    void reportResultsKeptAside() const;
+    bool reportIncompleteResults();
 
     QString m_logFileName = QStringLiteral("/tmp/log.txt");
     ResultsFile m_logFile;
+    QString m_keptAside;
+    bool m_uploadRequested = false;
     Devices m_devices;
     bool m_panelOpened = false;
     int32_t m_lastLed = -1;

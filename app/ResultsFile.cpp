@@ -26,50 +26,47 @@ void ResultsFile::append(QByteArray const& text) {
     if (!m_file.isOpen())
         return;
     m_unwritten += text;
-    writeUnwritten();
+    if (m_reason.isEmpty())
+        writeUnwritten();
 }
 
-bool ResultsFile::complete() {
-    return m_unwritten.isEmpty() || (m_file.isOpen() && writeUnwritten());
-}
-
-bool ResultsFile::writeUnwritten() {
+void ResultsFile::writeUnwritten() {
     int const fd = m_file.handle();
-    char const* data = m_unwritten.constData();
-    qint64 left = m_unwritten.size();
-    int error = ENOSPC; // a write that takes nothing and says nothing: a full disk
-    while (left > 0) {
-        ssize_t const n = ::write(fd, data, static_cast<size_t>(left));
+    // Positioned at the end of what is known good, whatever the descriptor's
+    // offset: a piece is never written after a tail the disk half took.
+    qint64 done = 0;
+    while (done < m_unwritten.size()) {
+        ssize_t const n = ::pwrite(fd, m_unwritten.constData() + done,
+                                   static_cast<size_t>(m_unwritten.size() - done), m_whole + done);
         if (n < 0 && errno == EINTR)
             continue;
         if (n <= 0) {
-            error = n < 0 ? errno : error;
+            if (n == 0)
+                errno = ENOSPC; // takes nothing and says nothing: a full disk
+            failed();
             break;
         }
-        data += n;
-        left -= n;
+        done += n;
     }
-    if (left > 0) {
-        refused(QString::fromLocal8Bit(std::strerror(error)));
-        // No part of a piece stays behind: it is all written again next time.
-        if (::ftruncate(fd, m_whole) != 0 || ::lseek(fd, m_whole, SEEK_SET) != m_whole)
-            refused(QString::fromLocal8Bit(std::strerror(errno)));
-        return false;
+    // The durability point of the results: the operator may switch off now.
+    if (m_reason.isEmpty() && ::fsync(fd) != 0)
+        failed();
+    if (!m_reason.isEmpty()) {
+        // No part of a piece that may not be on disk stays in the file: the
+        // file ends at its last synced whole line.
+        if (::ftruncate(fd, m_whole) == 0)
+            ::fsync(fd); // best effort: the file is already marked incomplete
+        return;
     }
     m_whole += m_unwritten.size();
     m_unwritten.clear();
-    // A failed sync is said, but the bytes stand: the file as the kernel
-    // holds it is still the best copy there is to upload.
-    if (::fsync(fd) != 0)
-        refused(QString::fromLocal8Bit(std::strerror(errno)));
-    return true;
 }
 
-void ResultsFile::refused(QString const& reason) {
+void ResultsFile::failed() {
     if (!m_reason.isEmpty())
-        return; // said once: the rest of the run would repeat it for every line
-    m_reason = reason;
+        return;
+    m_reason = QString::fromLocal8Bit(std::strerror(errno));
     std::fprintf(stderr, "Couldn't write the results file %s: %s\n",
-                 m_file.fileName().toLocal8Bit().constData(), reason.toLocal8Bit().constData());
+                 m_file.fileName().toLocal8Bit().constData(), m_reason.toLocal8Bit().constData());
     std::fflush(stderr);
 }

@@ -17,6 +17,20 @@ void FrontPanelTestManager::setLogFileLocation(QString const& fileName) {
 }
 
 bool FrontPanelTestManager::createLogFile() {
+    // An earlier run's results still waiting for their upload are never
+    // overwritten: kept aside with their request, or the run does not start.
+    QString const aside = keepPendingResultsAside(m_logFileName);
+    if (aside.startsWith(QLatin1Char('!'))) {
+        std::fprintf(stderr,
+                     "%s holds results still waiting for their upload and cannot be kept aside "
+                     "(%s): choose another name, or send them first with: %s\n",
+                     m_logFileName.toLocal8Bit().constData(),
+                     aside.mid(1).toLocal8Bit().constData(),
+                     sendLaterCommand(m_logFileName).toLocal8Bit().constData());
+        std::fflush(stderr);
+        return false;
+    }
+    m_keptAside = aside;
     if (!m_logFile.create(m_logFileName))
         return false;
 
@@ -43,18 +57,41 @@ void FrontPanelTestManager::logUnitTestResults() {
                 .arg(QString::fromLatin1(test->getTestStateStr()), test->name));
 }
 
-bool FrontPanelTestManager::uploadResults() {
-    if (!m_logFile.complete()) {
-        // A file that lacks results must not go out as the board's results:
-        // the operator gets what is missing instead, to note down.
-        std::fprintf(stderr, "The results file %s is incomplete (%s): it is not uploaded.\n",
-                     m_logFileName.toLocal8Bit().constData(),
-                     m_logFile.reason().toLocal8Bit().constData());
-        std::fflush(stderr);
-        std::printf("What it lacks:\n%s", m_logFile.unwritten().constData());
-        std::fflush(stdout);
+void FrontPanelTestManager::reportResultsKeptAside() const {
+    if (m_keptAside.isEmpty())
+        return;
+    std::printf("Earlier results in %s were still waiting for their upload: kept as %s, still "
+                "pending\n",
+                m_logFileName.toLocal8Bit().constData(), m_keptAside.toLocal8Bit().constData());
+    std::fflush(stdout);
+}
+
+bool FrontPanelTestManager::reportIncompleteResults() {
+    if (m_logFile.complete())
         return false;
+    // Said on the plain terminal, after the screen: the operator must be able
+    // to read it, and note down what the file lacks.
+    std::fprintf(
+        stderr, "The results file %s is incomplete (%s): it is not the board's results%s.\n",
+        m_logFileName.toLocal8Bit().constData(), m_logFile.reason().toLocal8Bit().constData(),
+        m_uploadRequested ? " and is not uploaded" : "");
+    std::fflush(stderr);
+    std::printf("What it lacks:\n%s", m_logFile.unwritten().constData());
+    std::fflush(stdout);
+    // The mark front_panel_upload goes by, should someone name the file.
+    QString why;
+    m_logFile.close();
+    if (!recordIncomplete(m_logFileName, resultsTargetDir(m_serialNumber), &why)) {
+        std::fprintf(stderr,
+                     "It could not be marked incomplete (%s): do not send it with "
+                     "front_panel_upload\n",
+                     why.toLocal8Bit().constData());
+        std::fflush(stderr);
     }
+    return true;
+}
+
+bool FrontPanelTestManager::uploadResults() {
     // Closed first so the repository gets the file exactly as it stands.
     m_logFile.close();
     if (m_devices.upload(m_logFileName, resultsTargetDir(m_serialNumber)))

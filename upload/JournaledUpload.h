@@ -20,11 +20,63 @@ QString sendLaterCommand(QString const& path);
 bool recordRequest(UploadJournal const& journal, QString const& path, QString const& targetDir,
                    QString* why);
 
+// How one send ended.
+enum class SendResult {
+    Uploaded,
+    // The repository has it, but the journal could not say so: it stays
+    // pending and may be sent again.
+    UploadedUnrecorded,
+    // The repository refused it as an asset already there (HTTP 400, a
+    // repository that does not allow redeploying), and holds this very
+    // content (same SHA-1): an earlier try whose answer was lost stored it.
+    // Recorded as uploaded.
+    AlreadyStored,
+    // Refused so, and it could not be shown to hold this content: recorded
+    // "refused", no longer pending; why says what happened and how to check.
+    Refused,
+    Failed,
+};
+
+// An exclusive flock on a results file for as long as it is being sent,
+// never waited for: front_panel_test and front_panel_upload never send one
+// file at the same time. Taken before the file's request is recorded, so a
+// request seen in the journal is either being sent (locked) or not at all.
+class SendingLock {
+public:
+    explicit SendingLock(QString const& path);
+    ~SendingLock();
+    SendingLock(SendingLock const&) = delete;
+    SendingLock& operator=(SendingLock const&) = delete;
+    // False only when another holder has it; a file that cannot be opened
+    // fails later, in the send, with its own message.
+    bool acquire();
+
+private:
+    int m_fd;
+};
+
 // Sends the file, three tries, and records "uploaded" once the repository has
-// taken it. True on success.
-bool sendAndRecord(UploadJournal const& journal, QString const& path, QString const& targetDir);
+// taken it (why says what kept it from being recorded). The caller holds the
+// file's SendingLock.
+SendResult sendAndRecord(UploadJournal const& journal, QString const& path,
+                         QString const& targetDir, QString* why);
 
 // The operator chose (U)pload: "requested" goes into the journal beside the
 // file first, so that a failed upload stays pending for front_panel_upload;
 // the operator is told what is being sent where; then sendAndRecord.
 bool uploadRequestedResults(QString const& path, QString const& targetDir);
+
+// A results file about to be written at path, whose name an earlier run's
+// pending upload still holds, would lose that board's results (and a later
+// upload would file the new board's results under the earlier serial). The
+// earlier file is kept aside as "<name>-<N>.<ext>" with its request: first
+// the new name (a hard link) and its "requested" line, then the "moved" line
+// for the old name, then the old name goes. Empty when nothing was pending
+// at path; else the name it was kept as, or, when it could not be kept, a
+// text starting "!" that says why (path is then left alone).
+QString keepPendingResultsAside(QString const& path);
+
+// Marks the file in the journal beside it as lacking lines, so that
+// front_panel_upload does not send it as the board's results. False with the
+// reason in why.
+bool recordIncomplete(QString const& path, QString const& targetDir, QString* why);

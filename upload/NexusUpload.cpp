@@ -31,18 +31,6 @@ namespace {
 // sends nothing at all.
 constexpr int kWaitTickMs = 50;
 
-// Zeroes a buffer when it is released, provided nothing shares it by then:
-// Qt copies header values by sharing, and writing to a shared QByteArray would
-// only detach and zero a fresh copy.
-struct WipedOnRelease {
-    QByteArray bytes;
-    ~WipedOnRelease() {
-        if (bytes.isDetached()) {
-            OPENSSL_cleanse(bytes.data(), static_cast<std::size_t>(bytes.size()));
-        }
-    }
-};
-
 QHttpPart formField(QByteArray const& disposition, QByteArray const& body) {
     QHttpPart part;
     part.setHeader(QNetworkRequest::ContentDispositionHeader, disposition);
@@ -51,6 +39,11 @@ QHttpPart formField(QByteArray const& disposition, QByteArray const& body) {
 }
 
 } // namespace
+
+NexusUpload::WipedOnRelease::~WipedOnRelease() {
+    if (bytes.isDetached())
+        OPENSSL_cleanse(bytes.data(), static_cast<std::size_t>(bytes.size()));
+}
 
 NexusUpload::NexusUpload() {
     wipeKeys();
@@ -95,9 +88,9 @@ bool NexusUpload::upload(QByteArray const& credential, QString const& address,
 
 bool NexusUpload::uploadSingleTry(QByteArray const& credential, QString const& address,
                                   QString const& filePath, QString const& targetDir) {
+    m_lastStatus = 0;
     nexus::SecureBytes plain;
-    if (!nexus::decipherCredential(reinterpret_cast<std::uint8_t const*>(credential.constData()),
-                                   static_cast<std::size_t>(credential.size()), key, iv, plain)) {
+    if (!decipher(credential, plain)) {
         qDebug() << "nexusUpload() failed";
         return false;
     }
@@ -124,29 +117,9 @@ bool NexusUpload::uploadSingleTry(QByteArray const& credential, QString const& a
     multiPart->append(formField("form-data; name=\"raw.directory\"", targetDir.toUtf8()));
     multiPart->append(formField("form-data; name=\"raw.asset1.filename\"", fileName.toUtf8()));
 
-    // The header value is built in one buffer of its final size, handed to
-    // the request by sharing, and zeroed when this function lets go of it,
-    // as are the deciphered bytes and their base64 form (zeroed before
-    // sending). Out of our reach stay the copies Qt's network stack makes
-    // on its own while sending (its request queue and the TLS layer's
-    // buffers), which are freed without being wiped.
     WipedOnRelease authorization;
     QNetworkRequest request{QUrl(address)};
-    {
-        // fromRawData does not copy.
-        QByteArray encoded = QByteArray::fromRawData(reinterpret_cast<char const*>(plain.data()),
-                                                     static_cast<int>(plain.size()))
-                                 .toBase64();
-        plain.wipe();
-        QByteArray const scheme("Basic ");
-        authorization.bytes = QByteArray(scheme.size() + encoded.size(), Qt::Uninitialized);
-        std::memcpy(authorization.bytes.data(), scheme.constData(),
-                    static_cast<std::size_t>(scheme.size()));
-        std::memcpy(authorization.bytes.data() + scheme.size(), encoded.constData(),
-                    static_cast<std::size_t>(encoded.size()));
-        OPENSSL_cleanse(encoded.data(), static_cast<std::size_t>(encoded.size()));
-        request.setRawHeader("Authorization", authorization.bytes);
-    }
+    authorize(request, plain, authorization);
 
     QNetworkAccessManager manager;
     std::unique_ptr<QNetworkReply> reply(manager.post(request, multiPart.get()));
@@ -156,24 +129,78 @@ bool NexusUpload::uploadSingleTry(QByteArray const& credential, QString const& a
     }
     multiPart.release()->setParent(reply.get());
 
-    QTimer tick;
-    tick.start(kWaitTickMs);
-    QElapsedTimer timer;
-    timer.start();
-    while (!reply->isFinished()) {
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-        if (timer.elapsed() >= kReplyTimeoutMs) {
-            qDebug() << "nexusUpload() upload timeout.";
-            reply->abort();
-            return false;
-        }
+    if (!waitForReply(*reply)) {
+        qDebug() << "nexusUpload() upload timeout.";
+        return false;
     }
 
     file.close();
+    m_lastStatus = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
     if (reply->error() != QNetworkReply::NoError) {
         qDebug().noquote() << "nexusUpload() failed:" << reply->errorString();
         return false;
     }
     qDebug() << "nexusUpload() successful";
     return true;
+}
+
+bool NexusUpload::decipher(QByteArray const& credential, nexus::SecureBytes& plain) const {
+    return nexus::decipherCredential(reinterpret_cast<std::uint8_t const*>(credential.constData()),
+                                     static_cast<std::size_t>(credential.size()), key, iv, plain);
+}
+
+void NexusUpload::authorize(QNetworkRequest& request, nexus::SecureBytes& plain,
+                            WipedOnRelease& authorization) {
+    // The header value is built in one buffer of its final size, handed to
+    // the request by sharing, and zeroed when the caller lets go of it, as
+    // are the deciphered bytes and their base64 form (zeroed before sending).
+    // Out of our reach stay the copies Qt's network stack makes on its own
+    // while sending (its request queue and the TLS layer's buffers), which
+    // are freed without being wiped.
+    // fromRawData does not copy.
+    QByteArray encoded = QByteArray::fromRawData(reinterpret_cast<char const*>(plain.data()),
+                                                 static_cast<int>(plain.size()))
+                             .toBase64();
+    plain.wipe();
+    QByteArray const scheme("Basic ");
+    authorization.bytes = QByteArray(scheme.size() + encoded.size(), Qt::Uninitialized);
+    std::memcpy(authorization.bytes.data(), scheme.constData(),
+                static_cast<std::size_t>(scheme.size()));
+    std::memcpy(authorization.bytes.data() + scheme.size(), encoded.constData(),
+                static_cast<std::size_t>(encoded.size()));
+    OPENSSL_cleanse(encoded.data(), static_cast<std::size_t>(encoded.size()));
+    request.setRawHeader("Authorization", authorization.bytes);
+}
+
+bool NexusUpload::waitForReply(QNetworkReply& reply) {
+    QTimer tick;
+    tick.start(kWaitTickMs);
+    QElapsedTimer timer;
+    timer.start();
+    while (!reply.isFinished()) {
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+        if (timer.elapsed() >= kReplyTimeoutMs) {
+            reply.abort();
+            return false;
+        }
+    }
+    return true;
+}
+
+int NexusUpload::fetch(QByteArray const& credential, QString const& address, QByteArray* body) {
+    createKeys();
+    nexus::SecureBytes plain;
+    bool const deciphered = decipher(credential, plain);
+    wipeKeys();
+    if (!deciphered)
+        return 0;
+    WipedOnRelease authorization;
+    QNetworkRequest request{QUrl(address)};
+    authorize(request, plain, authorization);
+    QNetworkAccessManager manager;
+    std::unique_ptr<QNetworkReply> reply(manager.get(request));
+    if (!reply || !waitForReply(*reply))
+        return 0;
+    *body = reply->readAll();
+    return reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
 }

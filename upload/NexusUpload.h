@@ -11,6 +11,10 @@
 #include <QString>
 
 #include "upload/KeyDerivation.h"
+#include "upload/SecureBytes.h"
+
+class QNetworkReply;
+class QNetworkRequest;
 
 class NexusUpload {
 public:
@@ -32,12 +36,37 @@ public:
     bool uploadSingleTry(QByteArray const& credential, QString const& address,
                          QString const& filePath, QString const& targetDir);
 
+    // The HTTP status of the last try's answer; 0 when it got none.
+    int lastHttpStatus() const { return m_lastStatus; }
+
+    // One authorised GET (one try, the same time-out): the HTTP status, 0
+    // when there was no answer, and the answer's body.
+    int fetch(QByteArray const& credential, QString const& address, QByteArray* body);
+
     // Derives key and IV from the provisioned seed and discard count.
     void createKeys();
     // Zeroes key and IV.
     void wipeKeys();
 
 private:
+    // Zeroes a buffer when it is released, provided nothing shares it by
+    // then: Qt copies header values by sharing, and writing to a shared
+    // QByteArray would only detach and zero a fresh copy.
+    struct WipedOnRelease {
+        QByteArray bytes;
+        ~WipedOnRelease();
+    };
+
+    bool decipher(QByteArray const& credential, nexus::SecureBytes& plain) const;
+    // Sets the basic Authorization header from the deciphered credential,
+    // which is wiped; the header's buffer is wiped when authorization goes.
+    static void authorize(QNetworkRequest& request, nexus::SecureBytes& plain,
+                          WipedOnRelease& authorization);
+    // Spins the event loop until the reply is finished (true) or the
+    // time-out has passed (aborted, false).
+    static bool waitForReply(QNetworkReply& reply);
+
     nexus::Key key;
     nexus::Iv iv;
+    int m_lastStatus = 0;
 };

@@ -1,5 +1,7 @@
 #include "upload/ProductionArtifactsNexusRepo.h"
 
+#include <QStringList>
+
 #include "upload/NexusUpload.h"
 #include "upload/Provisioning.h"
 
@@ -25,6 +27,22 @@ QString ProductionArtifactsNexusRepo::baseAddress() {
 
 QString ProductionArtifactsNexusRepo::requestAddress(QString const& base) {
     return base + QStringLiteral("/service/rest/v1/components?repository=vy_production_artifacts");
+}
+
+QString ProductionArtifactsNexusRepo::assetAddress(QString const& base, QString const& targetDir,
+                                                   QString const& fileName) {
+    QStringList const parts = (targetDir + '/' + fileName).split('/', Qt::SkipEmptyParts);
+    return base + QStringLiteral("/repository/vy_production_artifacts/") + parts.join('/');
+}
+
+int ProductionArtifactsNexusRepo::storedSha1(NexusUpload& uploader, QString const& targetDir,
+                                             QString const& fileName, QByteArray* sha1) {
+    QByteArray body;
+    int const status = uploader.fetch(
+        credentialBlock(), assetAddress(baseAddress(), targetDir, fileName) + ".sha1", &body);
+    if (status == 200)
+        *sha1 = body.trimmed().toLower();
+    return status;
 }
 
 QByteArray ProductionArtifactsNexusRepo::credentialBlock() {

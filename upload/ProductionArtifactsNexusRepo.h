@@ -26,6 +26,15 @@ public:
     // The components endpoint of the production-artifacts repository under
     // the given base address.
     static QString requestAddress(QString const& base);
+    // Where the repository serves an asset stored into targetDir:
+    // base + "/repository/vy_production_artifacts/" + directory + fileName,
+    // the directory without doubled slashes, as the repository stores it.
+    static QString assetAddress(QString const& base, QString const& targetDir,
+                                QString const& fileName);
+    // The SHA-1 (lower-case hex) of the asset the repository holds there, as
+    // it serves it beside the asset: the HTTP status, 200 when sha1 is set.
+    int storedSha1(NexusUpload& uploader, QString const& targetDir, QString const& fileName,
+                   QByteArray* sha1);
     // The provisioned, enciphered "user:password".
     static QByteArray credentialBlock();
 };

@@ -39,7 +39,8 @@ QString decode(QByteArray const& field) {
 }
 
 // The first field of a line, in the order of JournalEntry::Event.
-char const* const kEventNames[] = {"requested", "uploaded", "forgotten"};
+char const* const kEventNames[] = {"requested", "uploaded", "forgotten",
+                                   "moved",     "refused",  "incomplete"};
 
 bool isLowerHex(QByteArray const& text) {
     for (char c : text)
@@ -84,6 +85,43 @@ bool failed(QString const& file, QString* why) {
     if (why)
         *why = file + QStringLiteral(": ") + QString::fromLocal8Bit(std::strerror(errno));
     return false;
+}
+
+// Holds a write lock on the whole journal for one append. An open file
+// description's lock (not flock, which front_panel_upload holds for a whole
+// sending run, nor a process lock, which any close in the process drops):
+// held only for a write and its sync, so nobody waits long for it.
+class AppendLock {
+public:
+    explicit AppendLock(int fd) : m_fd(fd) {
+        struct flock whole {};
+        whole.l_type = F_WRLCK;
+        whole.l_whence = SEEK_SET;
+        for (;;) {
+            m_held = ::fcntl(m_fd, F_OFD_SETLKW, &whole) == 0;
+            if (m_held || errno != EINTR)
+                break;
+        }
+    }
+    ~AppendLock() {
+        if (!m_held)
+            return;
+        struct flock whole {};
+        whole.l_type = F_UNLCK;
+        whole.l_whence = SEEK_SET;
+        ::fcntl(m_fd, F_OFD_SETLK, &whole);
+    }
+    AppendLock(AppendLock const&) = delete;
+    AppendLock& operator=(AppendLock const&) = delete;
+    bool held() const { return m_held; }
+
+private:
+    int m_fd;
+    bool m_held = false;
+};
+
+bool sameFile(QString const& recorded, QString const& path) {
+    return recorded == path || UploadJournal::canonical(recorded) == path;
 }
 
 bool syncFolder(QString const& path, QString* why) {
@@ -144,7 +182,7 @@ std::vector<JournalEntry> JournalContents::pending() const {
     for (std::size_t i = 0; i < entries.size(); ++i) {
         if (entries[i].event == JournalEntry::Event::Requested)
             open.insert(entries[i].path, i);
-        else
+        else if (entries[i].event != JournalEntry::Event::Incomplete)
             open.remove(entries[i].path);
     }
     std::vector<std::size_t> order(open.begin(), open.end());
@@ -156,22 +194,49 @@ std::vector<JournalEntry> JournalContents::pending() const {
 }
 
 JournalEntry const* JournalContents::lastRequest(QString const& path) const {
+    QString const file = UploadJournal::canonical(path);
     for (auto it = entries.rbegin(); it != entries.rend(); ++it)
-        if (it->event == JournalEntry::Event::Requested && it->path == path)
+        if (it->event == JournalEntry::Event::Requested && sameFile(it->path, file))
             return &*it;
     return nullptr;
 }
 
+JournalEntry const* JournalContents::last(QString const& path) const {
+    QString const file = UploadJournal::canonical(path);
+    for (auto it = entries.rbegin(); it != entries.rend(); ++it)
+        if (sameFile(it->path, file))
+            return &*it;
+    return nullptr;
+}
+
+bool JournalContents::isPending(QString const& path) const {
+    QString const file = UploadJournal::canonical(path);
+    auto const open = pending();
+    return std::any_of(open.begin(), open.end(),
+                       [&](JournalEntry const& request) { return sameFile(request.path, file); });
+}
+
+QString UploadJournal::canonical(QString const& path) {
+    QFileInfo const info(path);
+    QString const folder = QFileInfo(info.absolutePath()).canonicalFilePath();
+    return folder.isEmpty() ? info.absoluteFilePath() : folder + '/' + info.fileName();
+}
+
 QString UploadJournal::besideResults(QString const& resultsFile) {
-    return QFileInfo(resultsFile).absolutePath() + '/' + kFileName;
+    return QFileInfo(canonical(resultsFile)).absolutePath() + '/' + kFileName;
 }
 
 bool UploadJournal::append(JournalEntry const& entry, QString* why) const {
     QByteArray const name = QFile::encodeName(m_path);
     bool const created = !QFileInfo::exists(m_path);
     Descriptor fd(::open(name.constData(), O_RDWR | O_APPEND | O_CREAT | O_CLOEXEC, 0644));
+    if (fd.get() < 0)
+        return failed(m_path, why);
+    AppendLock const lock(fd.get());
+    // The size is taken under the lock: a cut-back goes to exactly where
+    // this line began, never into another program's line.
     struct stat info {};
-    if (fd.get() < 0 || ::fstat(fd.get(), &info) != 0)
+    if (!lock.held() || ::fstat(fd.get(), &info) != 0)
         return failed(m_path, why);
     QByteArray line = entry.toLine();
     char last = '\n';
@@ -229,7 +294,7 @@ JournalEntry UploadJournal::describe(JournalEntry::Event event, QString const& p
     entry.event = event;
     entry.time = QDateTime::currentDateTimeUtc().toString(Qt::ISODate);
     entry.targetDir = targetDir;
-    entry.path = QFileInfo(path).absoluteFilePath();
+    entry.path = canonical(path);
     entry.size = state.size;
     entry.sha256 = state.sha256;
     return entry;

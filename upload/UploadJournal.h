@@ -16,9 +16,15 @@
 #include <vector>
 
 struct JournalEntry {
-    // Forgotten: the operator gave the file up (deleted for good); like an
-    // upload, it ends the file's pending request.
-    enum class Event { Requested, Uploaded, Forgotten };
+    // Forgotten: the operator gave the file up (deleted for good); Moved: the
+    // file was kept aside under another name (its request follows it there,
+    // in a "requested" line written just before). Like an upload, both end
+    // the file's pending request. Refused: the repository refused to replace
+    // an asset of that name and could not show that it holds this content
+    // (sending again cannot help); it ends the request without claiming an
+    // upload. Incomplete: the file lacks lines the disk refused, so it must
+    // not be sent as the board's results; it opens and ends nothing.
+    enum class Event { Requested, Uploaded, Forgotten, Moved, Refused, Incomplete };
 
     Event event = Event::Requested;
     QString time;
@@ -60,11 +66,17 @@ struct JournalContents {
     std::vector<JournalEntry> pending() const;
     // The latest request for this file, or null.
     JournalEntry const* lastRequest(QString const& path) const;
+    // The latest line of any kind for this file, or null.
+    JournalEntry const* last(QString const& path) const;
+    bool isPending(QString const& path) const;
 };
 
 class UploadJournal {
 public:
     static QString const kFileName;
+    // The absolute path with the folder's symbolic links resolved: the name
+    // the journal records a file by, however it was reached.
+    static QString canonical(QString const& path);
     // The journal of the results folder that holds resultsFile.
     static QString besideResults(QString const& resultsFile);
 
@@ -76,6 +88,9 @@ public:
     // line was cut short first gets the missing newline, so the new line
     // stays whole. On failure the journal is cut back to its size before,
     // and false is returned with the reason ("<journal>: <error>") in why.
+    // front_panel_test and front_panel_upload append to the same journal:
+    // each append holds a short write lock on it, so that one program's
+    // cut-back never takes away a line the other has just written.
     bool append(JournalEntry const& entry, QString* why = nullptr) const;
 
     // Every whole line; a journal that does not exist is empty, one that

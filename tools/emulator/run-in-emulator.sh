@@ -22,8 +22,10 @@
 #                     (default: the emulator's own word size)
 #   --no-nexus        do not start the test repository server
 #   --nexus-mode M    the server's behaviour: normal, error500, hang, failN
-#                     (the first N requests answered 500, then normal) or
-#                     slowN (N ms to store an upload, N ms more to answer)
+#                     (the first N requests answered 500, then normal),
+#                     slowN (N ms to store an upload, N ms more to answer),
+#                     noredeploy (an asset already there is refused, 400) or
+#                     noredeploy-noread (the same, and no asset can be read)
 #   --results-tmpfs SIZE  the results folder is a tmpfs of SIZE (e.g. 64k),
 #                     not kept in the state directory, that a test can fill
 #

@@ -17,7 +17,12 @@ of errors, an unknown repository or path 404.
 Fault modes for tests: --mode error500 answers every request with 500;
 --mode hang reads the request and never answers; --mode failN answers the
 first N requests with 500, then works normally; --mode slowN takes N ms to
-store the asset and N ms more to answer (a client can die at either). Every request is appended to
+store the asset and N ms more to answer (a client can die at either);
+--mode noredeploy refuses, as a hosted repository with redeploy disabled does,
+to store an asset that is already there (400), and --mode noredeploy-noread
+does that for an account that may not read the repository either. Assets are
+read back with GET /repository/REPOSITORY/PATH (and PATH.sha1, the stored
+asset's SHA-1 in hex), 403 in noredeploy-noread. Every request is appended to
 --record-file as one JSON line (method, path, query, the user name, the headers
 but Authorization, body, parts with their headers and bodies, status) before
 it is answered.
@@ -29,6 +34,7 @@ standard output (useful with --port 0).
 import argparse
 import base64
 import binascii
+import hashlib
 import hmac
 import json
 import os
@@ -207,6 +213,8 @@ class Handler(BaseHTTPRequestHandler):
         if not self.authorised():
             return 401, None, [("WWW-Authenticate", REALM)]
         split = urlsplit(self.path)
+        if self.command == "GET" and split.path.startswith("/repository/"):
+            return self.read_asset(split.path)
         if split.path != COMPONENTS_PATH:
             return 404, None, []
         if self.command != "POST":
@@ -243,8 +251,24 @@ class Handler(BaseHTTPRequestHandler):
         relative = normalise(directory, filename)
         if relative is None:
             return self.errors([("asset1.filename", "Invalid path")])
-        self.server.store(relative, fields["raw.asset1"])
+        if not self.server.store(relative, fields["raw.asset1"],
+                                 self.server.mode.startswith("noredeploy")):
+            return self.errors([("*", "Repository does not allow updating assets: "
+                                      + repositories[0])])
         return 204, None, []
+
+    def read_asset(self, path):
+        repository, _, rest = path[len("/repository/"):].partition("/")
+        if repository not in REPOSITORIES:
+            return 404, None, []
+        if self.server.mode == "noredeploy-noread":
+            return 403, None, []
+        checksum = rest.endswith(".sha1")
+        relative = normalise(rest[:-len(".sha1")] if checksum else rest, "")
+        data = self.server.load(relative) if relative else None
+        if data is None:
+            return 404, None, []
+        return 200, hashlib.sha1(data).hexdigest().encode() if checksum else data, []
 
     def errors(self, pairs):
         payload = json.dumps([{"id": i, "message": m} for i, m in pairs]).encode()
@@ -318,14 +342,26 @@ class RepositoryServer(ThreadingHTTPServer):
             out.write(line)
             out.flush()
 
-    def store(self, relative, data):
+    def load(self, relative):
         target = os.path.join(self.storage, *relative.split("/"))
         with self.lock:
+            if not os.path.isfile(target):
+                return None
+            with open(target, "rb") as source:
+                return source.read()
+
+    def store(self, relative, data, once=False):
+        """False when `once` and the asset is already there."""
+        target = os.path.join(self.storage, *relative.split("/"))
+        with self.lock:
+            if once and os.path.exists(target):
+                return False
             os.makedirs(os.path.dirname(target), exist_ok=True)
             handle, temporary = tempfile.mkstemp(dir=os.path.dirname(target))
             with os.fdopen(handle, "wb") as out:
                 out.write(data)
             os.replace(temporary, target)
+        return True
 
 
 def read_credential(path):
@@ -339,9 +375,11 @@ def read_credential(path):
 
 
 def mode_name(text):
-    if text in ("normal", "error500", "hang") or re.fullmatch(r"(fail|slow)\d+", text):
+    if text in ("normal", "error500", "hang", "noredeploy", "noredeploy-noread") \
+            or re.fullmatch(r"(fail|slow)\d+", text):
         return text
-    raise argparse.ArgumentTypeError("normal, error500, hang, failN or slowN, not %r" % text)
+    raise argparse.ArgumentTypeError("normal, error500, hang, failN, slowN, noredeploy or "
+                                     "noredeploy-noread, not %r" % text)
 
 
 def main(argv=None):

@@ -33,22 +33,30 @@ constexpr auto kLockWait = std::chrono::seconds(3);
 constexpr auto kLockRetry = std::chrono::milliseconds(100);
 
 char const kUsage[] =
-    "usage: front_panel_upload [--journal FILE] [--list | [--forget] RESULTS_FILE...]\n"
+    "usage: front_panel_upload [--journal FILE] [--list | [--forget | --incomplete] "
+    "RESULTS_FILE...]\n"
     "Sends front_panel_test results files whose upload failed to the artifact repository.\n"
     "  (no file)       send every file whose upload was requested and never succeeded\n"
     "  RESULTS_FILE    send this file, also when it changed since the upload was requested\n"
     "  --list          show what is pending, send nothing\n"
     "  --forget RESULTS_FILE...\n"
     "                  give up these pending files (deleted for good): no longer pending\n"
+    "  --incomplete RESULTS_FILE...\n"
+    "                  send these files also when front_panel_test marked them incomplete\n"
+    "                  (lines the disk refused are missing from them)\n"
     "  --journal FILE  the upload journal: by default "
     "/home/transfer/log/.front_panel_test-uploads,\n"
     "                  and for a named file the one beside it; name it for the results that\n"
     "                  front_panel_test -f wrote elsewhere\n"
     "  -h, --help      show this text\n"
-    "Exit status: 0 nothing left to send, 1 something left, 2 usage, 3 another instance busy.\n";
+    "Exit status: 0 nothing left to send, 1 something left or a send not recorded, 2 usage,\n"
+    "3 another instance busy.\n";
 
 QString const kMissing = QStringLiteral("missing");
 QString const kChanged = QStringLiteral("changed since its upload was requested");
+QString const kIncomplete =
+    QStringLiteral("marked incomplete by front_panel_test (lines the disk refused are missing), "
+                   "not sent as the board's results (--incomplete sends it as it is)");
 
 QByteArray local(QString const& text) {
     return text.toLocal8Bit();
@@ -59,9 +67,11 @@ struct Options {
     bool help = false;
     QString journal; // empty: the default one, or the one beside a named file
     bool forget = false;
+    bool incomplete = false;
     QStringList files;
 
-    // False on an unknown option, a missing value, or --forget without a file or with --list.
+    // False on an unknown option, a missing value, --list with a file, or
+    // --forget or --incomplete without a file, with --list or with each other.
     bool parse(QStringList const& args) {
         bool optionsEnd = false;
         for (int i = 1; i < args.size(); ++i) {
@@ -78,10 +88,14 @@ struct Options {
                 journal = args[++i];
             else if (arg == QLatin1String("--forget"))
                 forget = true;
+            else if (arg == QLatin1String("--incomplete"))
+                incomplete = true;
             else
                 return false;
         }
-        return !forget || (!files.isEmpty() && !list);
+        if (list)
+            return files.isEmpty() && !forget && !incomplete;
+        return (!forget && !incomplete) || (!files.isEmpty() && !(forget && incomplete));
     }
 
     // The journal of what is pending, without a file named.
@@ -182,11 +196,14 @@ private:
     int forEachNamed(QStringList const& names, NamedStep step) {
         int worst = kExitDone;
         for (QString const& name : names) {
-            QString const path = QFileInfo(name).absoluteFilePath();
+            QString const path = UploadJournal::canonical(name);
             UploadJournal const journal(m_options.journalOf(path));
-            int const status = underLock(journal, [&](JournalContents const& contents) {
-                return (this->*step)(journal, contents, path) ? kExitDone : kExitLeftPending;
-            });
+            int const status = underLock(
+                journal,
+                [&](JournalContents const& contents) {
+                    return (this->*step)(journal, contents, path) ? kExitDone : kExitLeftPending;
+                },
+                step == &FrontPanelUpload::sendNamed);
             if (status == kExitBusy)
                 return status;
             worst = std::max(worst, status);
@@ -196,11 +213,12 @@ private:
 
     // Runs work on the journal as it reads under its lock: what another
     // instance sent meanwhile is no longer pending.
-    template <typename Work> int underLock(UploadJournal const& journal, Work work) {
+    template <typename Work>
+    int underLock(UploadJournal const& journal, Work work, bool unlockedAllowed = false) {
         JournalLock lock(journal.path());
         switch (lock.acquire()) {
         case JournalLock::Result::Held:
-            return work(readJournal(journal));
+            return withContents(journal, work);
         case JournalLock::Result::Busy:
             std::fprintf(stderr, "front_panel_upload: busy: another front_panel_upload is sending "
                                  "results; try again later\n");
@@ -208,13 +226,29 @@ private:
         case JournalLock::Result::CannotOpen:
             std::fprintf(stderr, "front_panel_upload: cannot write %s: %s\n",
                          local(journal.path()).constData(), lock.error());
-            return kExitLeftPending;
+            // A named file is sent all the same (the file's own sending lock
+            // keeps two senders apart); what it sends cannot be recorded.
+            if (!unlockedAllowed)
+                return kExitLeftPending;
+            return withContents(journal, work);
         case JournalLock::Result::CannotLock:
             break;
         }
         std::fprintf(stderr, "front_panel_upload: cannot lock %s: %s\n",
                      local(journal.path()).constData(), lock.error());
         return kExitLeftPending;
+    }
+
+    // Sending from a journal that cannot be read would send what is not
+    // pending, or miss what is: an error, as for --list.
+    template <typename Work> static int withContents(UploadJournal const& journal, Work work) {
+        JournalContents const contents = readJournal(journal);
+        if (!contents.error.isEmpty()) {
+            std::fprintf(stderr, "front_panel_upload: cannot read %s\n",
+                         local(contents.error).constData());
+            return kExitLeftPending;
+        }
+        return work(contents);
     }
 
     static JournalContents readJournal(UploadJournal const& journal) {
@@ -270,7 +304,7 @@ private:
             else if (!why.isEmpty())
                 report(request.path, why, false);
             else
-                send(journal, request.path, request.targetDir);
+                send(journal, request.path, request.targetDir, true);
         }
         return summary();
     }
@@ -286,6 +320,10 @@ private:
             return report(
                 path, QStringLiteral("not in the journal and no \"Serial No: \" line, not sent"),
                 false);
+        JournalEntry const* last = contents.last(path);
+        if (!m_options.incomplete && last && last->event == JournalEntry::Event::Incomplete &&
+            FileState::of(path).matches(*last))
+            return report(path, kIncomplete, false);
         return send(journal, path, targetDir);
     }
 
@@ -293,9 +331,7 @@ private:
     // in the record, so that the journal still says what was given up.
     bool forget(UploadJournal const& journal, JournalContents const& contents,
                 QString const& path) {
-        auto const pending = contents.pending();
-        if (std::none_of(pending.begin(), pending.end(),
-                         [&](JournalEntry const& request) { return request.path == path; })) {
+        if (!contents.isPending(path)) {
             std::printf("%s: not pending in %s, nothing to forget\n", local(path).constData(),
                         local(journal.path()).constData());
             return true;
@@ -313,9 +349,36 @@ private:
         return true;
     }
 
-    bool send(UploadJournal const& journal, QString const& path, QString const& targetDir) {
-        if (sendAndRecord(journal, path, targetDir))
+    // pending: sent because the journal said so, which must still hold once
+    // the file is ours (another program may have sent it meanwhile).
+    bool send(UploadJournal const& journal, QString const& path, QString const& targetDir,
+              bool pending = false) {
+        SendingLock lock(path);
+        if (!lock.acquire())
+            return report(path, QStringLiteral("being sent by another program, not sent"), false);
+        if (pending && !journal.read().isPending(path))
+            return report(path, QStringLiteral("sent meanwhile by another program"), true);
+        QString why;
+        switch (sendAndRecord(journal, path, targetDir, &why)) {
+        case SendResult::Uploaded:
             return report(path, QStringLiteral("uploaded to ") + targetDir, true);
+        case SendResult::UploadedUnrecorded:
+            ++m_unrecorded;
+            return report(path,
+                          QStringLiteral("uploaded to %1, but not recorded (%2): still pending")
+                              .arg(targetDir, why),
+                          true);
+        case SendResult::AlreadyStored:
+            return report(path,
+                          QStringLiteral("already in %1 (an earlier try stored it: the same "
+                                         "SHA-1), recorded as uploaded")
+                              .arg(targetDir),
+                          true);
+        case SendResult::Refused:
+            return report(path, why, false);
+        case SendResult::Failed:
+            break;
+        }
         return report(path, QStringLiteral("upload failed"), false);
     }
 
@@ -329,16 +392,18 @@ private:
         return sent;
     }
 
-    // Files not reported (their journal could not be locked) count as not sent.
+    // Files not reported (their journal could not be locked) count as not
+    // sent; a send the journal could not record leaves the file pending.
     int summary() const {
         std::printf("%d sent, %d not sent\n", m_sent, m_total - m_sent);
-        return m_sent == m_total ? kExitDone : kExitLeftPending;
+        return m_sent == m_total && m_unrecorded == 0 ? kExitDone : kExitLeftPending;
     }
 
     Options const& m_options;
     int m_total = 0;
     int m_done = 0;
     int m_sent = 0;
+    int m_unrecorded = 0;
 };
 
 } // namespace
