@@ -64,6 +64,11 @@ std::vector<std::string> PowerCutDisk::names() const {
     return out;
 }
 
+int PowerCutDisk::linkCount(Ino ino) const {
+    return static_cast<int>(std::count_if(
+        m_live.begin(), m_live.end(), [ino](auto const& entry) { return entry.second == ino; }));
+}
+
 Ino PowerCutDisk::create(std::string const& name) {
     Ino const ino = m_next++;
     m_inodes[ino];
@@ -91,6 +96,11 @@ void PowerCutDisk::truncate(Ino ino, std::uint64_t size) {
                               " bytes, under the " + std::to_string(inode.synced.size()) +
                               " synced");
     traceLine("T " + std::to_string(ino) + ' ' + std::to_string(size));
+}
+
+void PowerCutDisk::link(Ino ino, std::string const& name) {
+    m_live[name] = ino;
+    traceLine("L " + std::to_string(ino) + ' ' + toHex(name));
 }
 
 void PowerCutDisk::rename(std::string const& from, std::string const& to) {
@@ -132,13 +142,22 @@ PowerCutDisk::AfterCut PowerCutDisk::cut(std::mt19937_64* partial) const {
         Inode const& inode = entry.second;
         std::string content = inode.durable;
         if (partial != nullptr && !inode.unsynced.empty()) {
-            auto const changes = (*partial)() % (inode.unsynced.size() + 1);
-            for (std::size_t i = 0; i < changes; ++i)
-                apply(content, inode.unsynced[i]);
-            if (changes < inode.unsynced.size() && !inode.unsynced[changes].truncate) {
-                Change torn = inode.unsynced[changes];
-                torn.data.resize((*partial)() % (torn.data.size() + 1));
-                apply(content, torn);
+            // Writeback got this far: a point drawn over every byte (and
+            // truncate) not yet synced, in the order they came.
+            std::uint64_t points = 0;
+            for (Change const& change : inode.unsynced)
+                points += change.truncate ? 1 : change.data.size() + 1;
+            std::uint64_t left = (*partial)() % (points + 1);
+            for (Change const& change : inode.unsynced) {
+                if (!change.truncate && left <= change.data.size()) {
+                    if (left > 0)
+                        apply(content, Change{change.offset, change.data.substr(0, left), false});
+                    break;
+                }
+                if (change.truncate && left == 0)
+                    break;
+                apply(content, change);
+                left -= change.truncate ? 1 : change.data.size() + 1;
             }
         }
         kept[entry.first] = content;
@@ -189,6 +208,8 @@ bool PowerCutDisk::replay(std::string const& line) {
         if (!(in >> ino >> size) || !exists(ino))
             return false;
         truncate(ino, size);
+    } else if (op == "L" && in >> ino >> a && fromHex(a, b) && exists(ino)) {
+        link(ino, b);
     } else if (op == "R" && in >> a >> b) {
         std::string from;
         std::string to;

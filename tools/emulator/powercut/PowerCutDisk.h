@@ -3,8 +3,8 @@
 // A disk that a power cut can strike: what the instrument's eMMC keeps when
 // the power goes, as far as a program may rely on it. Written data and
 // folder changes live in the page cache until they are synced: a file's
-// data by fsync/fdatasync of the file, its name (create, rename, unlink) by
-// fsync of the folder. A cut loses everything unsynced, or keeps part of
+// data by fsync/fdatasync of the file, its names (create, link, rename,
+// unlink) by fsync of the folder. A cut loses everything unsynced, or keeps part of
 // it: a random prefix of each file's unsynced writes, as writeback gets to
 // some pages first. A failed sync loses the data it was writing, and Linux
 // reports that once: the next sync of the file succeeds without it.
@@ -38,12 +38,15 @@ public:
     bool exists(Ino ino) const { return m_inodes.count(ino) != 0; }
     std::string const& content(Ino ino) const { return m_inodes.at(ino).live; }
     std::vector<std::string> names() const;
+    int linkCount(Ino ino) const;
 
     // The changes, each applied to what programs read at once and written
     // to the trace.
     Ino create(std::string const& name);
     void write(Ino ino, std::uint64_t offset, std::string const& data);
     void truncate(Ino ino, std::uint64_t size);
+    // A second name for the file.
+    void link(Ino ino, std::string const& name);
     void rename(std::string const& from, std::string const& to);
     void unlink(std::string const& name);
     // A failed sync drops the file's unsynced writes: they never reach the disk.

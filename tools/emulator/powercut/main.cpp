@@ -48,7 +48,7 @@ void fillAttr(Ino ino, struct stat* st) {
         return;
     }
     st->st_mode = kFileMode;
-    st->st_nlink = 1;
+    st->st_nlink = static_cast<nlink_t>(g_disk.linkCount(ino));
     st->st_size = static_cast<off_t>(g_disk.content(ino).size());
     st->st_blocks = (st->st_size + 511) / 512;
 }
@@ -202,6 +202,19 @@ void opRename(fuse_req_t req, fuse_ino_t parent, char const* name, fuse_ino_t ne
     fuse_reply_err(req, 0);
 }
 
+void opLink(fuse_req_t req, fuse_ino_t ino, fuse_ino_t newparent, char const* newname) {
+    if (newparent != FUSE_ROOT_ID || !g_disk.exists(ino)) {
+        fuse_reply_err(req, ENOENT);
+        return;
+    }
+    if (g_disk.lookup(newname) != 0) {
+        fuse_reply_err(req, EEXIST);
+        return;
+    }
+    g_disk.link(ino, newname);
+    replyEntry(req, ino);
+}
+
 void opUnlink(fuse_req_t req, fuse_ino_t parent, char const* name) {
     if (parent != FUSE_ROOT_ID || g_disk.lookup(name) == 0) {
         fuse_reply_err(req, ENOENT);
@@ -247,6 +260,7 @@ int serve(std::string const& mountPoint, std::string const& ready) {
         o.fsync = opFsync;
         o.fsyncdir = opFsyncdir;
         o.rename = opRename;
+        o.link = opLink;
         o.unlink = opUnlink;
         return o;
     }();
