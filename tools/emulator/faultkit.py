@@ -1,22 +1,18 @@
 """Faults struck into front_panel_test in the emulated instrument, and what
-they leave behind: the program killed with SIGKILL at a chosen moment of a
-quick scripted run, the results folder's disk filled to the last block, a
-journal seeded to a chosen size; the journal's records, what the test
-repository received and stored.
+they leave behind: a quick scripted run, the results folder's disk filled to
+the last block, a journal seeded to a chosen size, a failing sync; the
+journal, what the test repository received.
 
 Runs inside the emulated instrument, driven by the end-to-end fault tests
-(tests/e2e/test_faults.py; FPT_KILL_SEED=N there draws other kill moments).
+(tests/e2e/test_faults.py) and the power-cut sweep (powercut/sweep.py).
 """
 
 import base64
 import errno
 import json
 import os
-import random
-import signal
 import subprocess
 import sys
-import threading
 import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "tests", "e2e"))
@@ -29,25 +25,13 @@ FILLER = os.path.join(RESULTS_DIR, "filler")
 MENU_PROMPT = "Selection, (Q)uit"
 
 
-class Killed(Exception):
-    pass
-
-
 class QuickStation(Station):
-    """An operator who answers each screen as soon as it is up, and stops as
-    soon as the program has been killed. Started with -x on an instrument
-    without the self-test image, the audio tests' stand-ins write their
-    failure lines into the results mid-run."""
-
-    killed = False
+    """An operator who answers each screen as soon as it is up. Started with
+    -x on an instrument without the self-test image, the audio tests'
+    stand-ins write their failure lines into the results mid-run."""
 
     def __init__(self, *args):
         super().__init__("-x", *args, timeout=30)
-
-    def screen(self):
-        if self.killed:
-            raise Killed()
-        return super().screen()
 
     def text(self):
         """The terminal with wrapped lines joined."""
@@ -90,48 +74,6 @@ class QuickStation(Station):
         self.type("u")
 
 
-def run_killed_at(serial, moment):
-    """One whole run killed `moment` s after its start (None: never); its
-    exit status (137 when the kill came first)."""
-    st = QuickStation()
-    try:
-        pid = st.program_pid()
-
-        def kill():
-            st.killed = True
-            try:
-                os.kill(pid, signal.SIGKILL)
-            except ProcessLookupError:  # it ended first
-                pass
-        timer = threading.Timer(moment, kill) if moment is not None else None
-        if timer:
-            timer.start()
-        try:
-            st.whole_run(serial)
-        except Killed:
-            pass
-        status = st.wait_exit(timeout=60)
-        if timer:
-            timer.cancel()
-            timer.join()
-        return status
-    finally:
-        st.close()
-
-
-def kill_moments(kills, seed, serial="R"):
-    """The length of one warm whole run (the second of two), and `kills`
-    moments drawn over it."""
-    for n in range(2):
-        began = time.monotonic()
-        if run_killed_at(f"{serial}{n}", None) != 0:
-            raise RuntimeError("the whole run did not end normally")
-        length = time.monotonic() - began
-    print(f"run of {length:.2f} s; killed at {kills} moments, seed {seed}", flush=True)
-    rng = random.Random(seed)
-    return [rng.uniform(0, length) for _ in range(kills)]
-
-
 def fill_disk():
     """Fills the results folder's disk to the last block."""
     with open(FILLER, "wb", buffering=0) as filler:
@@ -168,25 +110,6 @@ def journal_text():
         return journal.read()
 
 
-def journal_records():
-    """The journal's lines, each split in its six fields."""
-    return [line.split("\t") for line in journal_text().splitlines()]
-
-
-def wait_repository_idle(timeout=30.0):
-    """Waits until the repository serves no connection (established or
-    closing) on port 443, e.g. the upload of a program just killed."""
-    deadline = time.monotonic() + timeout
-    while True:
-        with open("/proc/net/tcp") as f:
-            rows = [line.split() for line in f.readlines()[1:]]
-        if not any(r[1].endswith(":01BB") and r[3] in ("01", "08") for r in rows):
-            return
-        if time.monotonic() > deadline:
-            raise RuntimeError("the repository still serves a connection")
-        time.sleep(0.01)
-
-
 def received():
     """Every request the repository got: (file name, status)."""
     path = os.path.join(STATE_DIR, "nexus-requests.jsonl")
@@ -196,9 +119,3 @@ def received():
         requests = [json.loads(line) for line in f if line.strip()]
     return [(next((base64.b64decode(p["body_base64"]).decode() for p in r["parts"]
                    if p["name"] == "raw.asset1.filename"), None), r["status"]) for r in requests]
-
-
-def stored(target_dir, path):
-    """Where the repository keeps `path` uploaded into `target_dir`."""
-    return os.path.join(STATE_DIR, "nexus" + target_dir, os.path.basename(path))
-

@@ -134,14 +134,14 @@ void PowerCutDisk::syncFolder() {
     traceLine("D");
 }
 
-PowerCutDisk::AfterCut PowerCutDisk::cut(std::mt19937_64* partial) const {
+PowerCutDisk::AfterCut PowerCutDisk::cut(std::mt19937_64* partial, bool keepAll) const {
     AfterCut after;
     after.lost = m_takenBack;
     std::map<Ino, std::string> kept;
     for (auto const& entry : m_inodes) {
         Inode const& inode = entry.second;
-        std::string content = inode.durable;
-        if (partial != nullptr && !inode.unsynced.empty()) {
+        std::string content = keepAll ? inode.live : inode.durable;
+        if (partial != nullptr && !keepAll && !inode.unsynced.empty()) {
             // Writeback got this far: a point drawn over every byte (and
             // truncate) not yet synced, in the order they came.
             std::uint64_t points = 0;
@@ -162,7 +162,7 @@ PowerCutDisk::AfterCut PowerCutDisk::cut(std::mt19937_64* partial) const {
         }
         kept[entry.first] = content;
     }
-    for (auto const& entry : m_durable)
+    for (auto const& entry : keepAll ? m_live : m_durable)
         after.files[entry.first] = kept[entry.second];
     // A synced line is lost when the file programs still use is gone from
     // the disk, or no longer starts with it.
@@ -170,7 +170,7 @@ PowerCutDisk::AfterCut PowerCutDisk::cut(std::mt19937_64* partial) const {
         Inode const& inode = m_inodes.at(entry.second);
         if (inode.synced.empty())
             continue;
-        std::string const onDisk = nameOf(entry.second, m_durable);
+        std::string const onDisk = nameOf(entry.second, keepAll ? m_live : m_durable);
         if (onDisk.empty())
             after.lost.push_back(entry.first + ": its name is not on the disk");
         else if (kept[entry.second].compare(0, inode.synced.size(), inode.synced) != 0)

@@ -59,8 +59,9 @@ public:
     bool replay(std::string const& line);
 
     // What a cut now would leave: nothing unsynced, or, given a generator,
-    // a random prefix of each file's unsynced writes.
-    AfterCut cut(std::mt19937_64* partial) const;
+    // a random prefix of each file's unsynced writes; or everything written,
+    // as a program killed now leaves it.
+    AfterCut cut(std::mt19937_64* partial, bool keepAll = false) const;
 
 private:
     // One unsynced change of a file's data: a write, or a truncate (no data).

@@ -9,7 +9,8 @@
 //   cv084-powercut-fs --replay FILE --cuts LIST
 //       replays a trace and cuts it: LIST has one cut a line, "OPS SEED DIR"
 //       (after OPS changes; SEED a number for a random prefix of the unsynced
-//       writes, "-" for none), in increasing OPS. DIR gets disk/ (every file
+//       writes, "-" for none, "+" for all, as a killed program leaves them),
+//       in increasing OPS. DIR gets disk/ (every file
 //       the cut leaves) and lost (a line per synced line lost).
 #define FUSE_USE_VERSION 35
 
@@ -311,8 +312,9 @@ int replay(std::string const& tracePath, std::string const& cutsPath) {
             }
             ++applied;
         }
-        std::mt19937_64 partial(seed == "-" ? 0 : std::stoull(seed));
-        PowerCutDisk::AfterCut const after = g_disk.cut(seed == "-" ? nullptr : &partial);
+        bool const drawn = seed != "-" && seed != "+";
+        std::mt19937_64 partial(drawn ? std::stoull(seed) : 0);
+        PowerCutDisk::AfterCut const after = g_disk.cut(drawn ? &partial : nullptr, seed == "+");
         ::mkdir(dir.c_str(), 0755);
         ::mkdir((dir + "/disk").c_str(), 0755);
         for (auto const& file : after.files)

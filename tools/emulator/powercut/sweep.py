@@ -115,8 +115,9 @@ def record(session):
 def cut_states(recording, prefixes, seed):
     """The cuts: after every change of the disk (every sync among them) and
     after every store in the repository; each losing everything unsynced,
-    and keeping `prefixes` seeded random prefixes of what was unsynced.
-    A cut is (changes applied, assets stored, seed or "-")."""
+    keeping all of it (the program killed there), and keeping `prefixes`
+    seeded random prefixes of it. A cut is (changes applied, assets stored,
+    seed, or "-" for none kept, "+" for all)."""
     rng = random.Random(seed)
     times = [t for t, _ in recording.ops]
     store_times = [t for t, _, _ in recording.stores]
@@ -124,7 +125,7 @@ def cut_states(recording, prefixes, seed):
                for k in range(len(times) + 1)}
     moments |= {(sum(1 for t in times if t <= s), j + 1) for j, s in enumerate(store_times)}
     return sorted((k, stores, variant) for k, stores in moments
-                  for variant in ["-"] + [str(rng.randrange(2**32)) for _ in range(prefixes)])
+                  for variant in ["-", "+"] + [str(rng.randrange(2**32)) for _ in range(prefixes)])
 
 
 def replay(recording, states):

@@ -1,5 +1,6 @@
 #!/usr/bin/env python3
-"""Faults in the middle of a write (the kit: tools/emulator/faultkit.py).
+"""Faults in the middle of a write (the kit: tools/emulator/faultkit.py); power
+cuts at every moment have their own sweep (test_power_cuts.py).
 Each case runs in a fresh emulated instrument without the self-test image."""
 
 import glob
@@ -13,46 +14,12 @@ import unittest
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", ".."))
 import faultkit as kit  # noqa: E402
 from station import TMUX, Station, read_results  # noqa: E402
-from test_upload_journal import upload_program  # noqa: E402
 
 
 def results_lines(serial):
     return (["Front Panel Test Log", "~" * 20, "", "Tests Started: <time>", f"Serial No: {serial}"]
             + [f"FAIL!! - {name}" for name in kit.PLAN[3:]]
             + [f"Not Run - {name}" for name in kit.PLAN])
-
-
-class KilledMidWrite(unittest.TestCase):
-    def test_every_kill_leaves_whole_lines_and_exactly_the_pending_uploads(self):
-        moments = kit.kill_moments(50, int(os.environ.get("FPT_KILL_SEED", "19")))
-        for k, moment in enumerate(moments):
-            with self.subTest(kill=k, moment=f"{moment:.3f}"):
-                kit.run_killed_at(f"K{k:02d}", moment)
-                self.check_and_send_pending(f"K{k:02d}")
-
-    def check_and_send_pending(self, serial):
-        for path in glob.glob(f"{kit.RESULTS_DIR}/front_panel_test_{serial}-*.txt"):
-            lines = read_results(path) if os.path.getsize(path) else []
-            self.assertEqual(lines, results_lines(serial)[:len(lines)], path)
-        text, pending = kit.journal_text(), {}
-        self.assertTrue(text == "" or text.endswith("\n"), "journal line cut short")
-        for event, _, target, path, _, sha in kit.journal_records():
-            self.assertTrue(event in ("requested", "uploaded") and len(sha) == 64, event)
-            if event == "requested":  # only whole results are offered for upload
-                lines = read_results(path)
-                self.assertEqual(lines, results_lines(lines[4][len("Serial No: "):]))
-                pending[path] = target
-            else:
-                pending.pop(path, None)
-                with open(path) as mine, open(kit.stored(target, path)) as theirs:
-                    self.assertEqual(mine.read(), theirs.read(), "recorded as uploaded")
-        kit.wait_repository_idle()  # a killed upload's request may still be being taken
-        before = len(kit.received())
-        sent = upload_program()
-        self.assertEqual(sent.returncode, 0, sent.stderr)
-        self.assertNotIn("skipped", sent.stderr)  # no damaged journal line
-        self.assertEqual(sorted(kit.received()[before:]),
-                         sorted((os.path.basename(p), 204) for p in pending))
 
 
 class WriteFaults(unittest.TestCase):
