@@ -48,7 +48,7 @@ void PowerCutDisk::load(std::string const& name, std::string const& content) {
     Ino const ino = m_next++;
     Inode& inode = m_inodes[ino];
     inode.live = inode.durable = content;
-    inode.synced = wholeLines(content);
+    inode.promised = wholeLines(content);
     m_live[name] = m_durable[name] = ino;
 }
 
@@ -90,11 +90,11 @@ void PowerCutDisk::truncate(Ino ino, std::uint64_t size) {
     Change change{size, {}, true};
     apply(inode.live, change);
     inode.unsynced.push_back(change);
-    // Lines a sync promised, taken back by a program: lost whatever comes next.
-    if (size < inode.synced.size())
+    // Promised lines taken back by a program: lost whatever comes next.
+    if (size < inode.promised.size())
         m_takenBack.push_back(nameOf(ino, m_live) + ": truncated to " + std::to_string(size) +
-                              " bytes, under the " + std::to_string(inode.synced.size()) +
-                              " synced");
+                              " bytes, under the " + std::to_string(inode.promised.size()) +
+                              " promised");
     traceLine("T " + std::to_string(ino) + ' ' + std::to_string(size));
 }
 
@@ -123,7 +123,7 @@ void PowerCutDisk::sync(Ino ino, bool failed) {
     if (!failed) {
         for (Change const& change : inode.unsynced)
             apply(inode.durable, change);
-        inode.synced = wholeLines(inode.durable);
+        inode.promised = wholeLines(inode.durable);
     }
     inode.unsynced.clear();
     traceLine("S " + std::to_string(ino) + (failed ? " failed" : " ok"));
@@ -132,6 +132,16 @@ void PowerCutDisk::sync(Ino ino, bool failed) {
 void PowerCutDisk::syncFolder() {
     m_durable = m_live;
     traceLine("D");
+}
+
+void PowerCutDisk::promise() {
+    for (auto const& entry : m_live) {
+        Inode& inode = m_inodes.at(entry.second);
+        std::string const seen = wholeLines(inode.live);
+        if (seen.size() > inode.promised.size())
+            inode.promised = seen;
+    }
+    traceLine("M");
 }
 
 PowerCutDisk::AfterCut PowerCutDisk::cut(std::mt19937_64* partial, bool keepAll) const {
@@ -164,17 +174,17 @@ PowerCutDisk::AfterCut PowerCutDisk::cut(std::mt19937_64* partial, bool keepAll)
     }
     for (auto const& entry : keepAll ? m_live : m_durable)
         after.files[entry.first] = kept[entry.second];
-    // A synced line is lost when the file programs still use is gone from
+    // A promised line is lost when the file programs still use is gone from
     // the disk, or no longer starts with it.
     for (auto const& entry : m_live) {
         Inode const& inode = m_inodes.at(entry.second);
-        if (inode.synced.empty())
+        if (inode.promised.empty())
             continue;
         std::string const onDisk = nameOf(entry.second, keepAll ? m_live : m_durable);
         if (onDisk.empty())
             after.lost.push_back(entry.first + ": its name is not on the disk");
-        else if (kept[entry.second].compare(0, inode.synced.size(), inode.synced) != 0)
-            after.lost.push_back(entry.first + ": synced lines missing");
+        else if (kept[entry.second].compare(0, inode.promised.size(), inode.promised) != 0)
+            after.lost.push_back(entry.first + ": promised lines missing");
     }
     return after;
 }
@@ -222,6 +232,8 @@ bool PowerCutDisk::replay(std::string const& line) {
         sync(ino, a == "failed");
     } else if (op == "D") {
         syncFolder();
+    } else if (op == "M") {
+        promise();
     } else {
         return false;
     }

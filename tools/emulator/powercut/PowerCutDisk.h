@@ -25,7 +25,7 @@ using Ino = std::uint64_t;
 class PowerCutDisk {
 public:
     // What a cut leaves: each name on the disk with its content, and every
-    // synced line the cut (or the programs) took back, said in a line each.
+    // promised line the cut (or the programs) took back, said in a line each.
     struct AfterCut {
         std::map<std::string, std::string> files;
         std::vector<std::string> lost;
@@ -52,6 +52,9 @@ public:
     // A failed sync drops the file's unsynced writes: they never reach the disk.
     void sync(Ino ino, bool failed);
     void syncFolder();
+    // The operator acts on what the programs showed: everything written so
+    // far is promised, as the instrument may be switched off from now on.
+    void promise();
 
     // Trace lines go to this file from now on (empty: none).
     bool traceTo(std::string const& path);
@@ -74,7 +77,7 @@ private:
         std::string live;    // what programs read
         std::string durable; // what the disk holds
         std::vector<Change> unsynced;
-        std::string synced; // whole lines a sync promised
+        std::string promised; // whole lines a sync, or the operator, was promised
     };
 
     static void apply(std::string& content, Change const& change);
@@ -86,7 +89,7 @@ private:
     std::map<std::string, Ino> m_durable; // the folder as the disk holds it
     std::map<Ino, Inode> m_inodes;
     Ino m_next = 2;                       // 1 is the folder
-    std::vector<std::string> m_takenBack; // synced lines truncated by a program
+    std::vector<std::string> m_takenBack; // promised lines truncated by a program
     int m_trace = -1;
 };
 

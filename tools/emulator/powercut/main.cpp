@@ -17,6 +17,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <dirent.h>
 #include <fcntl.h>
@@ -37,6 +38,7 @@ using powercut::PowerCutDisk;
 
 PowerCutDisk g_disk;
 volatile std::sig_atomic_t g_failNextSync = 0;
+volatile std::sig_atomic_t g_promise = 0;
 
 constexpr mode_t kFileMode = S_IFREG | 0644;
 
@@ -229,6 +231,31 @@ void armFailure(int) {
     g_failNextSync = 1;
 }
 
+void askPromise(int) {
+    g_promise = 1;
+}
+
+// Serves requests; a promise asked for (SIGUSR2) is kept before the next
+// request, or at once when idle: the signal ends the wait for one.
+int serveRequests(fuse_session* session) {
+    fuse_buf buf{};
+    int res = 0;
+    while (!fuse_session_exited(session)) {
+        res = fuse_session_receive_buf(session, &buf);
+        if (g_promise != 0) {
+            g_promise = 0;
+            g_disk.promise();
+        }
+        if (res == -EINTR)
+            continue;
+        if (res <= 0)
+            break;
+        fuse_session_process_buf(session, &buf);
+    }
+    std::free(buf.mem);
+    return res < 0 && res != -EINTR ? res : 0;
+}
+
 bool loadFolder(std::string const& dir) {
     DIR* folder = ::opendir(dir.c_str());
     if (folder == nullptr)
@@ -277,9 +304,12 @@ int serve(std::string const& mountPoint, std::string const& ready) {
         return 1;
     }
     std::signal(SIGUSR1, armFailure);
+    struct sigaction promise {};
+    promise.sa_handler = askPromise; // no SA_RESTART: the idle wait must end
+    sigaction(SIGUSR2, &promise, nullptr);
     if (!ready.empty())
         std::ofstream(ready) << "mounted\n";
-    int const status = fuse_session_loop(session);
+    int const status = serveRequests(session);
     fuse_session_unmount(session);
     fuse_remove_signal_handlers(session);
     fuse_session_destroy(session);

@@ -43,6 +43,7 @@ class Folder:
         command = [os.environ["FPT_POWERCUT_FS"], "--ready", ready]
         command += ["--trace", trace] if trace else []
         command += ["--from", start_from] if start_from else []
+        self.trace = trace
         self.process = subprocess.Popen(command + [kit.RESULTS_DIR])
         deadline = time.monotonic() + 10
         while not os.path.exists(ready):
@@ -52,6 +53,20 @@ class Folder:
 
     def fail_next_sync(self):
         self.process.send_signal(signal.SIGUSR1)
+
+    def promise(self):
+        """The operator acts on what the programs showed: from now on every
+        line written so far must survive a cut. Returns once it is traced."""
+        promised = self.promises() + 1
+        # Sent again until seen: one that lands while a request is being
+        # served is only kept at the next, which may never come.
+        while self.promises() < promised:
+            self.process.send_signal(signal.SIGUSR2)
+            time.sleep(0.002)
+
+    def promises(self):
+        with open(self.trace) as trace:
+            return sum(1 for line in trace if line.endswith(" M\n"))
 
     def unmount(self):
         self.process.terminate()

@@ -3,7 +3,7 @@
 tools/emulator/powercut/sweep.py): board A tested and its upload failing,
 board B tested under the same results name with one sync failing, then
 front_panel_upload. Each cut is recovered with front_panel_upload and
-checked: no synced line lost, no "requested" for a file the disk does not
+checked: no line lost that was synced or shown before a key, no "requested" for a file the disk does not
 hold whole, no "uploaded" or "uploaded to" without those exact bytes in the
 repository, every request on the disk sent by one front_panel_upload."""
 
@@ -23,15 +23,29 @@ PREFIXES = 16  # random prefixes of what is unsynced, per cut
 CLAIM = re.compile(r"\d+ of \d+ (.*): uploaded to (/.*)$")
 
 
+class Operator(kit.QuickStation):
+    """Each key is pressed on what the screen shows: what the program wrote
+    before is promised."""
+
+    folder = None
+
+    def type(self, text):
+        self.folder.promise()
+        super().type(text)
+
+
 def session(folder):
+    Operator.folder = folder
     for serial, at_menu in (("PA", None), ("PB", folder.fail_next_sync)):
-        st = kit.QuickStation("-f", RESULTS)
+        st = Operator("-f", RESULTS)
         try:
             st.whole_run(serial, at_menu)
             st.wait_exit(timeout=60)
         finally:
             st.close()
+        folder.promise()  # the program has ended: the operator may switch off
     sent = upload_program()
+    folder.promise()
     now = time.time_ns()
     return [(now, line, read(os.path.join(kit.RESULTS_DIR, CLAIM.match(line)[1])))
             for line in sent.stdout.splitlines() if CLAIM.match(line)]
