@@ -24,8 +24,8 @@ does that for an account that may not read the repository either. Assets are
 read back with GET /repository/REPOSITORY/PATH (and PATH.sha1, the stored
 asset's SHA-1 in hex), 403 in noredeploy-noread. Every request is appended to
 --record-file as one JSON line (method, path, query, the user name, the headers
-but Authorization, body, parts with their headers and bodies, status) before
-it is answered.
+but Authorization, body, parts with their headers and bodies, status, and the
+wall-clock time in ns, after an asset is stored) before it is answered.
 
 Once listening it prints "nexus_server: listening on https://HOST:PORT" on
 standard output (useful with --port 0).

@@ -3,9 +3,10 @@
 tools/emulator/powercut/sweep.py): board A tested and its upload failing,
 board B tested under the same results name with one sync failing, then
 front_panel_upload. Each cut is recovered with front_panel_upload and
-checked: no line lost that was synced or shown before a key, no "requested" for a file the disk does not
-hold whole, no "uploaded" or "uploaded to" without those exact bytes in the
-repository, every request on the disk sent by one front_panel_upload."""
+checked: no line lost that was synced, or shown before a key was pressed; no
+open "requested" for a file the disk does not hold whole; no "uploaded" or
+"uploaded to" without those exact bytes in the repository; every request on
+the disk sent by one front_panel_upload."""
 
 import os
 import re
@@ -84,7 +85,7 @@ def disk_of(state_dir):
 
 
 class PowerCuts(unittest.TestCase):
-    def test_no_cut_loses_a_synced_line_or_claims_what_is_not_kept(self):
+    def test_no_cut_loses_a_promised_line_or_claims_what_is_not_kept(self):
         seed = int(os.environ.get("FPT_POWERCUT_SEED", "24"))
         began = time.monotonic()
         recording = sweep.record(session)
