@@ -104,19 +104,32 @@ class SentLater(UploadCase):
         with open(results, "rb") as f:
             self.assertEqual(parts["raw.asset1"], f.read())
 
-        self.assertEqual(upload_program("--forget", gone).returncode, 0)
+        os.symlink(folder, linked := "/home/transfer/linked")  # the same folder, another way
+        forgot = upload_program("--forget", f"{linked}/gone.txt")
+        self.assertEqual(forgot.stdout, f"{gone}: forgotten, no longer pending\n")
         again = upload_program("--journal", journal)
         self.assertEqual((again.returncode, again.stdout), (0, "Nothing to send.\n"))
         self.assertEqual(len(requests()), 4)
 
-        for wrong in (["--bogus"], ["--journal"]):
+        for wrong in (["--bogus"], ["--journal"], ["--list", results]):
             wrong = upload_program(*wrong)
             self.assertEqual(wrong.returncode, 2)
             self.assertTrue(wrong.stderr.startswith("usage: front_panel_upload"), wrong.stderr)
 
+        # An account that may read the journal but not write it still sends a
+        # named file, and says that the send was not recorded.
+        unrecorded = upload_program(results, user="nobody")
+        self.assertEqual((unrecorded.returncode, unrecorded.stdout), (1, (
+            f"1 of 1 r.txt: uploaded to {TARGET}, but not recorded ({journal}: Permission"
+            " denied): still pending\n1 sent, 0 not sent\n")))
+        self.assertEqual(len(requests()), 5)
+
         os.chmod(journal, 0o600)  # an account that cannot read it is told so, not "0 pending"
-        no = upload_program("--journal", journal, "--list", user="nobody")
-        self.assertEqual(no.stderr, f"front_panel_upload: cannot read {journal}: Permission denied\n")
+        for args in (["--journal", journal, "--list"], [results]):
+            no = upload_program(*args, user="nobody")
+            self.assertEqual(no.returncode, 1)
+            self.assertTrue(no.stderr.endswith(
+                f"front_panel_upload: cannot read {journal}: Permission denied\n"), no.stderr)
 
 
 class SilentRepository(UploadCase):
