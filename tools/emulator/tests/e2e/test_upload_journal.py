@@ -142,6 +142,11 @@ class SilentRepository(UploadCase):
         began = time.monotonic()
         [results] = st.results_files()
         self.wait_text(f"Uploading {results} to https://nexus.cv084.test ...", 2)
+        # Never two uploads of one file at once.
+        busy = upload_program(results)
+        self.assertEqual((busy.returncode, busy.stdout), (1, (
+            f"1 of 1 {os.path.basename(results)}: being sent by another program, not sent\n"
+            "0 sent, 1 not sent\n")))
         self.failed_upload(st, results, 40)
         # Three attempts of 10 s each, then the failure.
         self.assertEqual(len(requests()), 3)
