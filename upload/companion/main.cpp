@@ -311,20 +311,24 @@ private:
 
     bool sendNamed(UploadJournal const& journal, JournalContents const& contents,
                    QString const& path) {
-        JournalEntry const* request = contents.lastRequest(path);
-        QString const serial = request ? QString() : serialNumberIn(path);
-        QString const targetDir = request ? request->targetDir : resultsTargetDir(serial);
         if (!QFileInfo::exists(path))
             return report(path, kMissing, false);
-        if (!request && serial.isEmpty())
+        // front_panel_test's mark of a file that lacks lines, as the file
+        // still is: it also says where the board's results belong.
+        JournalEntry const* last = contents.last(path);
+        JournalEntry const* mark = last && last->event == JournalEntry::Event::Incomplete &&
+                                           FileState::of(path).matches(*last)
+                                       ? last
+                                       : nullptr;
+        if (mark && !m_options.incomplete)
+            return report(path, kIncomplete, false);
+        JournalEntry const* recorded = mark ? mark : contents.lastRequest(path);
+        QString const serial = recorded ? QString() : serialNumberIn(path);
+        if (!recorded && serial.isEmpty())
             return report(
                 path, QStringLiteral("not in the journal and no \"Serial No: \" line, not sent"),
                 false);
-        JournalEntry const* last = contents.last(path);
-        if (!m_options.incomplete && last && last->event == JournalEntry::Event::Incomplete &&
-            FileState::of(path).matches(*last))
-            return report(path, kIncomplete, false);
-        return send(journal, path, targetDir);
+        return send(journal, path, recorded ? recorded->targetDir : resultsTargetDir(serial));
     }
 
     // A file given up stays out of what is pending; its last request is kept

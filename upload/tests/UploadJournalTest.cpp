@@ -1,8 +1,12 @@
 #include "upload/UploadJournal.h"
 
+#include <chrono>
 #include <csignal>
+#include <fcntl.h>
 #include <string>
 #include <sys/resource.h>
+#include <thread>
+#include <unistd.h>
 #include <vector>
 
 #include <QCryptographicHash>
@@ -36,8 +40,9 @@ public:
     UploadJournal journal{m_dir.filePath(UploadJournal::kFileName)};
 };
 
-// Steps: "R x" / "U x" append a requested / uploaded record of file x;
-// "cut x" leaves a request for x cut short by a crash; "junk" a line of rubbish.
+// Steps: "R x" / "U x" / "M x" / "X x" / "I x" append a requested / uploaded
+// / moved / refused / incomplete record of file x; "cut x" leaves a request
+// for x cut short by a crash; "junk" a line of rubbish.
 TEST(UploadJournal, PendingAndDamagedLines) {
     struct Case {
         std::vector<std::string> steps;
@@ -54,6 +59,9 @@ TEST(UploadJournal, PendingAndDamagedLines) {
         // The next record starts on a line of its own; the cut one stays damaged.
         {{"cut a", "R b"}, {"b"}, {{1, "malformed"}}},
         {{"R a", "junk", "R b"}, {"a", "b"}, {{2, "malformed"}}},
+        {{"R a", "R b", "M a"}, {"b"}, {}},
+        {{"R a", "X a"}, {}, {}},
+        {{"R a", "I a"}, {"a"}, {}},
     };
     for (auto const& c : cases) {
         Folder folder;
@@ -62,7 +70,11 @@ TEST(UploadJournal, PendingAndDamagedLines) {
             trace += step + "; ";
             std::string const name = step.substr(step.find(' ') + 1);
             QString const path = folder.file(name.c_str());
-            auto const event = step[0] == 'U' ? Event::Uploaded : Event::Requested;
+            auto const event = step[0] == 'U'   ? Event::Uploaded
+                               : step[0] == 'M' ? Event::Moved
+                               : step[0] == 'X' ? Event::Refused
+                               : step[0] == 'I' ? Event::Incomplete
+                                                : Event::Requested;
             JournalEntry const entry = UploadJournal::describe(event, path, "/CV084/1/fpt/");
             if (step == "junk")
                 folder.raw("requested\tnot a record\n");
@@ -125,6 +137,65 @@ TEST(UploadJournal, FailedAppendLeavesNoPartOfItsLine) {
     EXPECT_FALSE(appended);
     EXPECT_EQ(why, folder.journal.path() + QStringLiteral(": File too large"));
     EXPECT_EQ(QFileInfo(folder.journal.path()).size(), before);
+}
+
+// front_panel_upload appends while front_panel_test may be appending: an
+// append waits for the other's to end, so that a cut-back after a failed
+// write never takes away the other program's line.
+TEST(UploadJournal, AppendWaitsForAnotherProgramsAppend) {
+    Folder folder;
+    JournalEntry const entry =
+        UploadJournal::describe(Event::Requested, folder.file("a"), "/CV084/1/fpt/");
+    ASSERT_TRUE(folder.journal.append(entry));
+    qint64 const before = QFileInfo(folder.journal.path()).size();
+    int const other = ::open(QFile::encodeName(folder.journal.path()).constData(), O_RDWR);
+    ASSERT_GE(other, 0);
+    struct flock whole {};
+    whole.l_type = F_WRLCK;
+    whole.l_whence = SEEK_SET;
+    ASSERT_EQ(::fcntl(other, F_OFD_SETLK, &whole), 0);
+    std::thread appender([&] { EXPECT_TRUE(folder.journal.append(entry)); });
+    std::this_thread::sleep_for(std::chrono::milliseconds(200));
+    EXPECT_EQ(QFileInfo(folder.journal.path()).size(), before);
+    ::close(other); // the other program's append ends
+    appender.join();
+    EXPECT_EQ(folder.journal.read().entries.size(), 2u);
+}
+
+// A results name used again while an earlier board's upload is pending:
+// the earlier file goes aside with its request, content and target intact.
+TEST(UploadJournal, PendingResultsKeptAsideWithTheirRequest) {
+    Folder folder;
+    QString const path = folder.file("same.txt", "Serial No: A\n");
+    QString why;
+    ASSERT_TRUE(recordRequest(folder.journal, path, "/CV084/A/front_panel_test/", &why))
+        << why.toStdString();
+    folder.file("same-1.txt", "taken\n");
+    QString const aside = keepPendingResultsAside(path);
+    EXPECT_EQ(aside, folder.m_dir.filePath("same-2.txt"));
+    EXPECT_FALSE(QFileInfo::exists(path));
+    auto const pending = folder.journal.read().pending();
+    ASSERT_EQ(pending.size(), 1u);
+    EXPECT_EQ(pending[0].path, aside);
+    EXPECT_EQ(pending[0].targetDir, QStringLiteral("/CV084/A/front_panel_test/"));
+    EXPECT_TRUE(FileState::of(aside).matches(pending[0]));
+    // Once nothing is pending under the name, it is simply reused.
+    folder.file("same.txt", "Serial No: B\n");
+    EXPECT_EQ(keepPendingResultsAside(path), QString());
+    EXPECT_TRUE(QFileInfo::exists(path));
+}
+
+// A file named through a symbolic link to its folder is the file the
+// journal recorded.
+TEST(UploadJournal, FileFoundThroughALinkedFolder) {
+    Folder folder;
+    QString const path = folder.file("r.txt");
+    QString why;
+    ASSERT_TRUE(recordRequest(folder.journal, path, "/CV084/1/fpt/", &why)) << why.toStdString();
+    QTemporaryDir links;
+    QString const link = links.filePath(QStringLiteral("results"));
+    ASSERT_TRUE(QFile::link(folder.m_dir.path(), link));
+    EXPECT_TRUE(folder.journal.read().isPending(link + QStringLiteral("/r.txt")));
 }
 
 TEST(UploadJournal, RequestRecordedOnlyOnceTheFileIsOnDisk) {

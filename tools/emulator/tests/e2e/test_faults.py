@@ -5,6 +5,7 @@ Each case runs in a fresh emulated instrument without the self-test image."""
 
 import glob
 import os
+import re
 import resource
 import signal
 import subprocess
@@ -26,19 +27,24 @@ class WriteFaults(unittest.TestCase):
     """The journal's disk full (a small tmpfs of its own), or failing; the
     results file failing to reach the disk before its upload is recorded."""
 
-    def upload_unrecorded(self, reason, failing=kit.JOURNAL, prefix="", before_upload=None):
-        before = kit.journal_text()
+    def run_with(self, prefix, serial, before_key=None, key="u"):
+        """One run left through the menu's `key`; the station, once ended."""
         self.addCleanup(os.environ.__setitem__, "FPT_PROGRAM", os.environ["FPT_PROGRAM"])
         os.environ["FPT_PROGRAM"] = prefix + os.environ["FPT_PROGRAM"]
         st = kit.QuickStation()
         self.addCleanup(st.close)
-        st.to_menu("W1")
-        if before_upload:
-            before_upload()
-        st.type("u")
+        st.to_menu(serial)
+        if before_key:
+            before_key()
+        st.type(key)
+        return st
+
+    def upload_unrecorded(self, reason, prefix="", before_upload=None):
+        before = kit.journal_text()
+        st = self.run_with(prefix, "W1", before_upload)
         self.assertEqual(st.wait_exit(), 0)
         self.assertEqual(kit.journal_text(), before)  # cut back, no line cut short
-        self.assertRegex(st.text(), f"{failing}: {reason}")
+        self.assertRegex(st.text(), f"{kit.JOURNAL}: {reason}")
 
     def test_disk_full_while_journal_written(self):
         kit.seed_journal(4096 - 40)  # the next line needs a block of its own
@@ -48,34 +54,40 @@ class WriteFaults(unittest.TestCase):
     def test_journal_io_error(self):
         self.upload_unrecorded("Input/output error", prefix=kit.failing_sync("fdatasync"))
 
-    def test_results_io_error(self):  # no record of results the disk may not hold
-        self.upload_unrecorded("Input/output error", r"/front_panel_test_W1-\d{8}-\d{6}\.txt",
-                               kit.failing_sync("fsync"))
-
-    def test_disk_full_while_results_written(self):
-        # Full from the first line on; freed before (U)pload, or not.
+    def test_results_disk_error_told_after_the_screen(self):
+        """A sync that failed once (EIO), or a full disk freed again before
+        the end: the results stay incomplete, said on the plain terminal at
+        (U)pload as at (Q)uit, with exit status 3; front_panel_upload sends
+        such a file only when told to."""
         self.addCleanup(lambda: os.path.exists(kit.FILLER) and os.unlink(kit.FILLER))
-        for serial in ("F0", "F1"):
+        kit.seed_journal(1000)  # room in its last block for the mark
+        cases = (("E0", "u", kit.failing_sync("fsync"), None, "Input/output error"),
+                 ("F1", "q", "", lambda: os.unlink(kit.FILLER), "No space left on device"))
+        for serial, key, prefix, before_key, reason in cases:
             with self.subTest(serial=serial):
-                kit.fill_disk()
-                st = kit.QuickStation()
-                self.addCleanup(st.close)
-                st.to_menu(serial)
+                if not prefix:
+                    kit.fill_disk()
+                st = self.run_with(prefix, serial, before_key, key)
+                self.assertEqual(st.wait_exit(), 3)
                 [path] = glob.glob(f"{kit.RESULTS_DIR}/front_panel_test_{serial}-*.txt")
-                if serial == "F1":
-                    os.unlink(kit.FILLER)
-                st.type("u")
-                self.assertEqual(st.wait_exit(), 0)
-                if serial == "F1":  # the whole file, or nothing, goes out as the board's
-                    self.assertEqual(read_results(path), results_lines(serial)[:5] + [
-                        f"Not Run - {name}" for name in kit.PLAN])
-                    self.assertEqual(kit.received()[-1:], [(os.path.basename(path), 204)])
-                else:
-                    self.assertIn(f"{path} is incomplete (No space left on device)", st.text())
-                    self.assertNotIn(path, kit.journal_text())
-                    self.assertNotIn((os.path.basename(path), 204), kit.received())
-                    os.unlink(kit.FILLER)
-                st.close()
+                self.assertEqual(os.path.getsize(path), 0)  # refused from the first line on
+                upload = " and is not uploaded" if key == "u" else ""
+                expected = results_lines(serial)[:5] + [f"Not Run - {n}" for n in kit.PLAN]
+                lacks = "\n".join(map(re.escape, expected)).replace(
+                    "<time>", r"\d\d:\d\d \d\d/\d\d/\d{4}")
+                self.assertRegex(st.text(), re.escape(
+                    f"The results file {path} is incomplete ({reason}): it is not the board's"
+                    f" results{upload}.\nWhat it lacks:\n") + lacks + "\n")
+                self.assertNotIn((os.path.basename(path), 204), kit.received())
+                refused = upload_program(path)
+                self.assertEqual(refused.returncode, 1)
+                self.assertIn("marked incomplete by front_panel_test", refused.stdout)
+                sent = upload_program("--incomplete", path)
+                self.assertEqual(sent.returncode, 0, sent.stdout + sent.stderr)
+                self.assertEqual(kit.received()[-1:], [(os.path.basename(path), 204)])
+                with open(path) as mine, open(kit.stored(f"/CV084/{serial}/front_panel_test/",
+                                                         path)) as theirs:
+                    self.assertEqual(mine.read(), theirs.read())
 
 class CrashWhileScreenUp(unittest.TestCase):
     """The shell gets its screen and terminal mode back, then what the program

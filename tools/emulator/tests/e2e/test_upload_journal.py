@@ -4,6 +4,7 @@ and front_panel_upload sends the file later. Each case runs in a fresh
 emulated instrument whose repository fails in the way the case needs."""
 
 import base64
+import hashlib
 import json
 import os
 import re
@@ -13,11 +14,12 @@ import time
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.realpath(__file__)))
-from station import STATE_DIR, TMUX, Station  # noqa: E402
+from station import RESULTS_DIR, STATE_DIR, TMUX, Station  # noqa: E402
 
 SERIAL = "B2041"
 TARGET = f"/CV084/{SERIAL}/front_panel_test/"
 JOURNAL_NAME = ".front_panel_test-uploads"
+JOURNAL = f"{RESULTS_DIR}/{JOURNAL_NAME}"
 FAILED = "Nexus Upload Failed, are you connected to the network?"
 CHANGED = "changed since its upload was requested, not sent (name the file to send it as it is now)"
 
@@ -104,19 +106,32 @@ class SentLater(UploadCase):
         with open(results, "rb") as f:
             self.assertEqual(parts["raw.asset1"], f.read())
 
-        self.assertEqual(upload_program("--forget", gone).returncode, 0)
+        os.symlink(folder, linked := "/home/transfer/linked")  # the same folder, another way
+        forgot = upload_program("--forget", f"{linked}/gone.txt")
+        self.assertEqual(forgot.stdout, f"{gone}: forgotten, no longer pending\n")
         again = upload_program("--journal", journal)
         self.assertEqual((again.returncode, again.stdout), (0, "Nothing to send.\n"))
         self.assertEqual(len(requests()), 4)
 
-        for wrong in (["--bogus"], ["--journal"]):
+        for wrong in (["--bogus"], ["--journal"], ["--list", results]):
             wrong = upload_program(*wrong)
             self.assertEqual(wrong.returncode, 2)
             self.assertTrue(wrong.stderr.startswith("usage: front_panel_upload"), wrong.stderr)
 
+        # An account that may read the journal but not write it still sends a
+        # named file, and says that the send was not recorded.
+        unrecorded = upload_program(results, user="nobody")
+        self.assertEqual((unrecorded.returncode, unrecorded.stdout), (1, (
+            f"1 of 1 r.txt: uploaded to {TARGET}, but not recorded ({journal}: Permission"
+            " denied): still pending\n1 sent, 0 not sent\n")))
+        self.assertEqual(len(requests()), 5)
+
         os.chmod(journal, 0o600)  # an account that cannot read it is told so, not "0 pending"
-        no = upload_program("--journal", journal, "--list", user="nobody")
-        self.assertEqual(no.stderr, f"front_panel_upload: cannot read {journal}: Permission denied\n")
+        for args in (["--journal", journal, "--list"], [results]):
+            no = upload_program(*args, user="nobody")
+            self.assertEqual(no.returncode, 1)
+            self.assertTrue(no.stderr.endswith(
+                f"front_panel_upload: cannot read {journal}: Permission denied\n"), no.stderr)
 
 
 class SilentRepository(UploadCase):
@@ -127,6 +142,11 @@ class SilentRepository(UploadCase):
         began = time.monotonic()
         [results] = st.results_files()
         self.wait_text(f"Uploading {results} to https://nexus.cv084.test ...", 2)
+        # Never two uploads of one file at once.
+        busy = upload_program(results)
+        self.assertEqual((busy.returncode, busy.stdout), (1, (
+            f"1 of 1 {os.path.basename(results)}: being sent by another program, not sent\n"
+            "0 sent, 1 not sent\n")))
         self.failed_upload(st, results, 40)
         # Three attempts of 10 s each, then the failure.
         self.assertEqual(len(requests()), 3)
@@ -145,6 +165,66 @@ class SilentRepository(UploadCase):
         self.assertEqual(second.stderr, "front_panel_upload: busy: another front_panel_upload"
                                         " is sending results; try again later\n")
         self.assertEqual(len(requests()), 4)
+
+
+class RefusedResend(UploadCase):
+    """A repository that refuses to replace an asset (redeploy disabled), and
+    uploads whose success was never recorded (a power cut just after)."""
+
+    def cut_last_record(self, journal):
+        """The journal as a cut between the repository's success and its record leaves it."""
+        with open(journal) as f:
+            lines = f.readlines()
+        self.assertTrue(lines[-1].startswith("uploaded\t"), lines[-1])
+        with open(journal, "w") as f:
+            f.writelines(lines[:-1])
+
+    def board_uploaded(self, serial, results):
+        self.assertEqual(self.operator_run(serial, "u", "-f", results).wait_exit(), 0)
+        self.assertEqual(requests()[-1]["status"], 204)
+
+    def test_reused_name_and_proven_resend(self):
+        os.makedirs(folder := "/home/transfer/station")
+        journal, results = f"{folder}/{JOURNAL_NAME}", f"{folder}/same.txt"
+        self.board_uploaded("A1", results)
+        self.cut_last_record(journal)
+        with open(results) as f:
+            board_a = f.read()
+        # The same name for the next board while the first is pending: the
+        # first is kept aside with its request.
+        self.board_uploaded("B1", results)
+        self.assertIn(f"Earlier results in {results} were still waiting for their upload: kept as"
+                      f" {folder}/same-1.txt, still pending\n",
+                      self.terminal_text())
+        self.cut_last_record(journal)
+        sent = upload_program("--journal", journal)
+        self.assertEqual(sent.stdout, (
+            "1 of 2 same-1.txt: uploaded to /CV084/A1/front_panel_test/\n"
+            "2 of 2 same.txt: already in /CV084/B1/front_panel_test/ (an earlier try stored it:"
+            " the same SHA-1), recorded as uploaded\n2 sent, 0 not sent\n"))
+        self.assertEqual(sent.returncode, 0)
+        with open(f"{STATE_DIR}/nexus/CV084/A1/front_panel_test/same-1.txt") as f:
+            self.assertEqual(f.read(), board_a)
+        with open(f"{STATE_DIR}/nexus/CV084/B1/front_panel_test/same.txt") as f, \
+                open(results) as mine:
+            self.assertEqual(f.read(), mine.read())
+
+    def test_resend_that_cannot_be_checked(self):
+        results = f"{RESULTS_DIR}/c.txt"
+        self.board_uploaded("C1", results)
+        self.cut_last_record(JOURNAL)
+        with open(results, "rb") as f:
+            sha1 = hashlib.sha1(f.read()).hexdigest()
+        refused = upload_program()
+        self.assertEqual(refused.stdout, (
+            "1 of 1 c.txt: the repository refused it (HTTP 400): an asset of that name is already"
+            " there and may not be replaced, and this account could not read it back to compare"
+            " (HTTP 403); not recorded as uploaded, no longer pending. Check that"
+            " https://nexus.cv084.test/repository/vy_production_artifacts/CV084/C1/"
+            f"front_panel_test/c.txt has SHA-1 {sha1} (this file's)\n0 sent, 1 not sent\n"))
+        self.assertEqual(refused.returncode, 1)
+        again = upload_program()
+        self.assertEqual((again.returncode, again.stdout), (0, "Nothing to send.\n"))
 
 
 if __name__ == "__main__":
