@@ -119,3 +119,8 @@ def received():
         requests = [json.loads(line) for line in f if line.strip()]
     return [(next((base64.b64decode(p["body_base64"]).decode() for p in r["parts"]
                    if p["name"] == "raw.asset1.filename"), None), r["status"]) for r in requests]
+
+
+def stored(target_dir, path):
+    """Where the repository keeps `path` uploaded into `target_dir`."""
+    return os.path.join(STATE_DIR, "nexus" + target_dir, os.path.basename(path))

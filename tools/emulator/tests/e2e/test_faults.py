@@ -15,6 +15,7 @@ import unittest
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", ".."))
 import faultkit as kit  # noqa: E402
 from station import TMUX, Station, read_results  # noqa: E402
+from test_upload_journal import upload_program  # noqa: E402
 
 
 def results_lines(serial):
