@@ -6,6 +6,9 @@
                for it on the serial port (debug display, two buttons in turn)
   key latency  a key reaching the program's terminal to its effect on the
                serial port ("h" toggles the headphone output: the "A" line)
+  order        a knob detent and the "v" key (volume mode) 1 ms apart, in
+               both orders: the share applied in the order they came (a
+               detent first moves the LED colour, "v" first the volume)
   idle CPU     the program's user + system time over a quiet stretch, as a
                share of one core
   idle output  bytes the program writes to its terminal per second then
@@ -116,6 +119,46 @@ def key_latencies(emu, keys):
     return latencies
 
 
+def arrival_order(emu, trials):
+    """Share of trials (knob detent and "v" 1 ms apart, the order alternating)
+    whose effect shows the order they came in, in %."""
+    tty = tmux("display-message", "-p", "-t", "b", "#{pane_tty}").strip()
+    fd = os.open(tty, os.O_RDWR | os.O_NOCTTY)
+
+    def key(k):
+        try:
+            fcntl.ioctl(fd, termios.TIOCSTI, k)
+        except OSError:
+            tmux("send-keys", "-t", "b", "-l", k.decode())
+
+    in_order = 0
+    try:
+        for n in range(trials):
+            key(b"c")  # the knob back on the colours
+            time.sleep(0.1)
+            before = emu.state()
+            detent = 1 if before["tone"]["volume_percent"] < 50 else -1
+            time.sleep(random.uniform(0.0, 0.1))  # any phase of the 100 ms poll
+            knob_first = n % 2 == 0
+            if knob_first:
+                emu.turn(detent)
+            else:
+                key(b"v")
+            time.sleep(0.001)
+            if knob_first:
+                key(b"v")
+            else:
+                emu.turn(detent)
+            time.sleep(0.2)
+            after = emu.state()
+            colour_moved = after["leds"] != before["leds"]
+            volume_moved = after["tone"]["volume_raw"] != before["tone"]["volume_raw"]
+            in_order += colour_moved != volume_moved and colour_moved == knob_first
+    finally:
+        os.close(fd)
+    return 100.0 * in_order / trials
+
+
 def percentile(values, p):
     ordered = sorted(values)
     k = (len(ordered) - 1) * p / 100.0
@@ -223,6 +266,7 @@ def main():
     p.add_argument("--starts", type=int, default=5)
     p.add_argument("--presses", type=int, default=60)
     p.add_argument("--keys", type=int, default=60)
+    p.add_argument("--order-trials", type=int, default=200)
     p.add_argument("--idle-seconds", type=float, default=10.0)
     p.add_argument("--soak", action="store_true", help="the soak instead of the figures above")
     p.add_argument("--soak-events", type=int, default=100000)
@@ -300,6 +344,7 @@ def main():
     results["key_latency_ms_p50"] = percentile(keys, 50)
     results["key_latency_ms_p99"] = percentile(keys, 99)
     results["key_latency_ms_max"] = max(keys)
+    results["arrival_order_percent"] = arrival_order(emu, args.order_trials)
 
     results["peak_rss_kib"] = status_kib(pid, "VmHWM")
     quit_run(emu)
@@ -312,6 +357,8 @@ def main():
     print(f"key -> panel line latency: p50 {results['key_latency_ms_p50']:.1f} ms,"
           f" p99 {results['key_latency_ms_p99']:.1f} ms, max {results['key_latency_ms_max']:.1f} ms"
           f" ({args.keys} keys)")
+    print(f"knob detent and mode key 1 ms apart, applied in arrival order:"
+          f" {results['arrival_order_percent']:.1f} % ({args.order_trials} trials, goal 100 %)")
     print(f"idle CPU: {results['idle_cpu_percent']:.2f} % of one core"
           f" ({args.idle_seconds:.0f} s)")
     print(f"idle terminal output: {results['idle_terminal_bytes_per_s']:.1f} bytes/s")

@@ -12,6 +12,7 @@
 #include "EventLoop.h"
 
 #include <cstdint>
+#include <ctime>
 #include <deque>
 #include <linux/input.h>
 #include <list>
@@ -96,6 +97,9 @@ struct InputDevices::Client {
     std::deque<input_event> queue;
     std::list<PendingRead> pending;
     fuse_pollhandle* pollHandle = nullptr;
+    // The clock its records are stamped with, as EVIOCSCLOCKID set it; a
+    // kernel's evdev starts every reader on the realtime clock.
+    clockid_t clock = CLOCK_REALTIME;
 };
 
 } // namespace emu
