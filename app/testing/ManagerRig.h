@@ -53,7 +53,10 @@ public:
     bool isStarted() const override { return m_started; }
     void erase() override { shown.clear(); }
     void print(int, int, std::string const& text, Attr) override { shown += text + '\n'; }
-    void refresh() override {}
+    void refresh() override {
+        if (duringRefresh)
+            duringRefresh();
+    }
     void setInputMode(bool blocking, bool) override { m_blocking = blocking; }
     void takeIn() override {}
     std::optional<int64_t> nextKeyUs() const override {
@@ -77,6 +80,7 @@ public:
     int inputFd() const override { return -1; }
 
     std::string shown; // the texts of the last frame, one a line
+    std::function<void()> duringRefresh; // what comes while a frame is sent
 
 private:
     struct Entry {
