@@ -79,7 +79,7 @@ public:
     std::string readWord(int) override { throw ScriptExhausted(); }
     int inputFd() const override { return -1; }
 
-    std::string shown; // the texts of the last frame, one a line
+    std::string shown;                   // the texts of the last frame, one a line
     std::function<void()> duringRefresh; // what comes while a frame is sent
 
 private:

@@ -450,6 +450,11 @@ bool InputDevices::grabbed(Device dev) const {
     return nodes_[size_t(dev)]->grabber != nullptr;
 }
 
+int InputDevices::grabberClock(Device dev) const {
+    Client const* grabber = nodes_[size_t(dev)]->grabber;
+    return grabber != nullptr ? int(grabber->clock) : -1;
+}
+
 int InputDevices::openCount(Device dev) const {
     int n = 0;
     for (auto const& c : clients_) {

@@ -46,6 +46,8 @@ public:
     void emit(Device dev, uint16_t type, uint16_t code, int32_t value, bool withScan = false);
 
     bool grabbed(Device dev) const;
+    // The clock the grabbing reader's records are stamped with; -1 if none.
+    int grabberClock(Device dev) const;
     int openCount(Device dev) const;
     uint64_t eventsDelivered(Device dev) const;
     uint64_t grabRefusals(Device dev) const;
