@@ -4,6 +4,7 @@
   start-up     program start to the serial-number prompt on its terminal
   latency      a button going down on the keyboard device to the LED line
                for it on the serial port (debug display, two buttons in turn)
+  escape       the same, each press just after a lone Escape on the terminal
   key latency  a key reaching the program's terminal to its effect on the
                serial port ("h" toggles the headphone output: the "A" line)
   order        a knob detent and the "v" key (volume mode) 1 ms apart, in
@@ -266,6 +267,7 @@ def main():
     p.add_argument("--starts", type=int, default=5)
     p.add_argument("--presses", type=int, default=60)
     p.add_argument("--keys", type=int, default=60)
+    p.add_argument("--escapes", type=int, default=10)
     p.add_argument("--order-trials", type=int, default=200)
     p.add_argument("--idle-seconds", type=float, default=10.0)
     p.add_argument("--soak", action="store_true", help="the soak instead of the figures above")
@@ -316,11 +318,15 @@ def main():
     emu.press("f1", 150)
     time.sleep(0.3)
     latencies = []
-    for n in range(args.presses):
+    escapes = []
+    for n in range(args.presses + args.escapes):
         index = 2 if n % 2 == 0 else 1
+        after_escape = n >= args.presses
         want = f"L{index:02x}"
         start_line = emu.traffic()["next"]
         time.sleep(random.uniform(0.0, 0.1))  # any phase of the 100 ms poll
+        if after_escape:  # a lone Escape just before: curses must not wait for more
+            tmux("send-keys", "-t", "b", "Escape")
         down = emu.press(index, 150)
         deadline = time.monotonic() + 2.0
         found = None
@@ -334,12 +340,13 @@ def main():
                 time.sleep(0.01)
         if found is None:
             raise RuntimeError(f"no LED line for button {index} after its press")
-        latencies.append((found - down) / 1000.0)
+        (escapes if after_escape else latencies).append((found - down) / 1000.0)
         time.sleep(0.12)
     results["latency_ms_p50"] = percentile(latencies, 50)
     results["latency_ms_p99"] = percentile(latencies, 99)
     results["latency_ms_max"] = max(latencies)
     results["latency_samples"] = len(latencies)
+    results["escape_latency_ms_max"] = max(escapes, default=0.0)
     keys = key_latencies(emu, args.keys)
     results["key_latency_ms_p50"] = percentile(keys, 50)
     results["key_latency_ms_p99"] = percentile(keys, 99)
@@ -354,6 +361,8 @@ def main():
     print(f"button -> LED line latency: p50 {results['latency_ms_p50']:.1f} ms,"
           f" p99 {results['latency_ms_p99']:.1f} ms, max {results['latency_ms_max']:.1f} ms"
           f" ({len(latencies)} presses)")
+    print(f"button -> LED line latency just after a lone Escape: max"
+          f" {results['escape_latency_ms_max']:.1f} ms ({args.escapes} presses)")
     print(f"key -> panel line latency: p50 {results['key_latency_ms_p50']:.1f} ms,"
           f" p99 {results['key_latency_ms_p99']:.1f} ms, max {results['key_latency_ms_max']:.1f} ms"
           f" ({args.keys} keys)")
