@@ -1,7 +1,9 @@
 #include "app/CursesTerminal.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
+#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -9,12 +11,13 @@
 #include <vector>
 
 #include "app/Termination.h"
+#include "comms/PolledRead.h"
 
 namespace {
 
-// A blocking read wakes this often to see whether a termination signal came
-// in (should the curses library restart the interrupted read itself).
-constexpr int kBlockingWakeMs = 250;
+// A line read wakes this often to see whether a termination signal came in.
+constexpr int kLineWakeMs = 250;
+constexpr char kEscape = '\x1b';
 
 attr_t cursesAttr(Terminal::Attr attr) {
     switch (attr) {
@@ -49,10 +52,24 @@ CursesTerminal::~CursesTerminal() {
 void CursesTerminal::start() {
     if (m_started)
         return;
+    if (::isatty(STDIN_FILENO) != 1) {
+        // Keys from a file or /dev/null would end at once and leave the
+        // screen waiting for ever on an operator who cannot answer.
+        std::fputs("front_panel_test: standard input is not a terminal; run it on the "
+                   "operator's terminal.\n",
+                   stderr);
+        std::exit(1);
+    }
     m_diversion = std::make_unique<ConsoleDiversion>();
     int const terminal = m_diversion->terminalFd() >= 0 ? m_diversion->terminalFd() : STDOUT_FILENO;
     m_output = ::fdopen(::dup(terminal), "w");
-    m_screen = newterm(nullptr, m_output != nullptr ? m_output : stdout, stdin);
+    if (::pipe2(m_keyPipe, O_CLOEXEC) == 0) {
+        ::fcntl(m_keyPipe[1], F_SETFL, O_NONBLOCK);
+        m_keyInput = ::fdopen(m_keyPipe[0], "r");
+    }
+    m_screen = m_keyInput == nullptr
+                   ? nullptr
+                   : newterm(nullptr, m_output != nullptr ? m_output : stdout, m_keyInput);
     if (m_screen == nullptr) {
         // As initscr() would: without a usable terminal there is no program,
         // and the operator is told which terminal type it could not find.
@@ -66,6 +83,12 @@ void CursesTerminal::start() {
     cbreak();
     noecho();
     keypad(stdscr, TRUE);
+    // Whole sequences only are handed over; should one still be cut short
+    // (a key curses knows a longer form of), it waits no longer than this.
+    set_escdelay(kEscapeDelayMs);
+    // Keys reach curses only when read: it must not stop drawing a frame
+    // half-way because one is waiting.
+    typeahead(-1);
     timeout(0);
     m_diversion->setScreenReset(screenResetSequence());
     m_blocking = false;
@@ -81,6 +104,11 @@ void CursesTerminal::stop() {
     if (m_output != nullptr)
         std::fclose(m_output);
     m_output = nullptr;
+    std::fclose(m_keyInput);
+    ::close(m_keyPipe[1]);
+    m_keyInput = nullptr;
+    m_keyPipe[0] = m_keyPipe[1] = -1;
+    m_typed.clear();
     // Only now, on the plain terminal: what was written since the last frame,
     // e.g. why the run could not start.
     m_diversion.reset();
@@ -118,56 +146,148 @@ void CursesTerminal::forwardDiagnostics() {
 
 void CursesTerminal::setInputMode(bool blocking, bool echo) {
     m_blocking = blocking;
+    m_echo = echo;
     if (!m_started)
         return;
     if (echo)
         ::echo();
     else
         ::noecho();
-    wtimeout(stdscr, blocking ? kBlockingWakeMs : 0);
+}
+
+void CursesTerminal::takeIn() {
+    if (!m_started || m_inputEnded)
+        return;
+    pollfd input{STDIN_FILENO, POLLIN, 0};
+    while (::poll(&input, 1, 0) == 1) {
+        char buffer[64];
+        ssize_t const count =
+            (input.revents & POLLIN) != 0 ? ::read(STDIN_FILENO, buffer, sizeof buffer) : 0;
+        int64_t const now = comms::arrivalClockUs();
+        if (count < 0 && (errno == EINTR || errno == EAGAIN))
+            return;
+        if (count <= 0) {
+            // The terminal hung up: it would read as ready for ever.
+            m_inputEnded = true;
+            return;
+        }
+        for (ssize_t i = 0; i < count; ++i)
+            m_typed.push_back({buffer[i], now});
+    }
+}
+
+std::optional<int64_t> CursesTerminal::nextKeyUs() const {
+    if (m_typed.empty())
+        return std::nullopt;
+    return m_typed.front().arrivedUs;
+}
+
+int32_t CursesTerminal::keyReadyInMs() const {
+    if (m_typed.empty())
+        return -1;
+    if (wholeKeyLength(typedText(), false) > 0)
+        return 0;
+    int64_t const waited = (comms::arrivalClockUs() - m_typed.front().arrivedUs) / 1000;
+    return static_cast<int32_t>(std::clamp<int64_t>(kEscapeDelayMs - waited, 0, kEscapeDelayMs));
+}
+
+std::string CursesTerminal::typedText() const {
+    std::string text;
+    for (TypedByte const& b : m_typed)
+        text += b.byte;
+    return text;
+}
+
+std::size_t CursesTerminal::wholeKeyLength(std::string const& typed, bool waitedEnough) {
+    if (typed.empty())
+        return 0;
+    if (typed[0] != kEscape)
+        return 1;
+    std::size_t length = 0;
+    if (typed.size() >= 2 && typed[1] == '[') {
+        // CSI: parameters up to a final byte from '@' to '~'.
+        for (std::size_t i = 2; i < typed.size() && length == 0; ++i)
+            if (typed[i] >= '@' && typed[i] <= '~')
+                length = i + 1;
+    } else if (typed.size() >= 2 && typed[1] == 'O') {
+        length = typed.size() >= 3 ? 3 : 0; // SS3: one more byte
+    } else if (typed.size() >= 2) {
+        length = 1; // Escape, then an ordinary key (Alt+key)
+    }
+    if (length == 0 && waitedEnough)
+        length = typed.size();
+    return length;
+}
+
+void CursesTerminal::feedNextKey() {
+    if (m_typed.empty())
+        return;
+    bool const waited = keyReadyInMs() == 0;
+    std::size_t const length = wholeKeyLength(typedText(), waited);
+    if (length == 0)
+        return;
+    std::string const key = typedText().substr(0, length);
+    // The pipe holds far more than one key; curses empties it at each read.
+    if (::write(m_keyPipe[1], key.data(), key.size()) == static_cast<ssize_t>(key.size()))
+        m_typed.erase(m_typed.begin(), m_typed.begin() + static_cast<std::ptrdiff_t>(length));
 }
 
 int CursesTerminal::readKey() {
     if (!m_started)
         return kNoKey;
-    for (;;) {
-        int const ch = wgetch(stdscr);
-        // A window size change comes in as KEY_RESIZE. It is not an answer:
-        // at an "any key" question it would pass a test or accept a serial
-        // number nobody confirmed. curses repaints the resized screen itself.
-        if (ch != ERR && ch != KEY_RESIZE)
-            return ch;
-        if (!m_blocking || fpt::terminationSignal() != 0)
-            return kNoKey;
+    feedNextKey();
+    int const ch = wgetch(stdscr);
+    // A window size change comes in as KEY_RESIZE. It is not an answer:
+    // at an "any key" question it would pass a test or accept a serial
+    // number nobody confirmed. curses repaints the resized screen itself.
+    if (ch != ERR && ch != KEY_RESIZE)
+        return ch;
+    if (m_blocking) {
         // Waiting on the operator (menu, summary): keep the screen whole.
         forwardDiagnostics();
         ::wrefresh(stdscr);
     }
-}
-
-bool CursesTerminal::keyWaiting() const {
-    // A terminal that hung up reads as ready for ever, but holds no key.
-    pollfd input{inputFd(), POLLIN, 0};
-    return input.fd >= 0 && ::poll(&input, 1, 0) == 1 && input.revents == POLLIN;
+    return kNoKey;
 }
 
 std::string CursesTerminal::readWord(int maxChars) {
     if (!m_started || maxChars <= 0)
         return {};
-    // A line read must not time out half-way; a signal still ends it.
-    wtimeout(stdscr, -1);
     std::size_t const capacity = static_cast<std::size_t>(maxChars) * 4;
     std::string typed;
-    int rc = OK;
-    // ncurses ends a line read early, with KEY_RESIZE, when the window changes
-    // size: keep what was typed so far and go on reading the same answer.
-    do {
-        std::vector<char> line(capacity - std::min(typed.size(), capacity) + 1, '\0');
-        rc = wgetnstr(stdscr, line.data(), static_cast<int>(line.size()) - 1);
-        typed += line.data();
-    } while (rc == KEY_RESIZE && typed.size() < capacity);
-    wtimeout(stdscr, m_blocking ? kBlockingWakeMs : 0);
-    if (rc == ERR)
+    // Echoed here, not by curses, which would show an erasing key as "^?".
+    ::noecho();
+    for (;;) {
+        takeIn();
+        int const ch = readKey();
+        if (fpt::terminationSignal() != 0)
+            break;
+        if (ch == '\n' || ch == '\r' || ch == KEY_ENTER)
+            break;
+        if (ch == KEY_BACKSPACE || ch == 127 || ch == '\b') {
+            if (!typed.empty()) {
+                typed.pop_back();
+                int y = 0;
+                int x = 0;
+                getyx(stdscr, y, x);
+                if (x > 0)
+                    mvwdelch(stdscr, y, x - 1);
+                ::wrefresh(stdscr);
+            }
+        } else if (ch >= ' ' && ch < 256 && ch != 127 && typed.size() < capacity) {
+            typed += static_cast<char>(ch);
+            // Echo is off while keys are decoded: what is typed is shown here.
+            waddch(stdscr, static_cast<chtype>(ch));
+            ::wrefresh(stdscr);
+        } else if (ch == kNoKey) {
+            int32_t const ready = keyReadyInMs();
+            pollfd input{inputFd(), POLLIN, 0};
+            ::poll(&input, input.fd >= 0 ? 1 : 0, ready >= 0 ? ready : kLineWakeMs);
+        }
+    }
+    if (m_echo)
+        ::echo();
+    if (fpt::terminationSignal() != 0)
         return {};
     return firstWord(typed, maxChars);
 }

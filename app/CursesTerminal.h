@@ -3,13 +3,16 @@
 // The real operator terminal, through ncurses. The only place curses is
 // used. Frames are built with erase() and sent with one refresh(), so curses
 // only transmits the cells that changed: an idle screen costs nothing on a
-// slow serial console. While the screen is up, whatever the program writes to
-// standard output or standard error is held back from the screen's terminal
-// and shown between frames (see ConsoleDiversion), after which the whole
-// screen is repainted. The destructor gives the terminal back.
+// slow serial console. Keys are read from standard input here, stamped as they
+// come, and handed to curses to decode one at a time. While the screen is up, whatever the program
+// writes to standard output or standard error is held back from the screen's terminal and shown
+// between frames (see ConsoleDiversion), after which the whole screen is repainted. The destructor
+// gives the terminal back.
 
 #include <cstdio>
+#include <deque>
 #include <memory>
+#include <string>
 #include <unistd.h>
 
 #include "app/ConsoleDiversion.h"
@@ -31,10 +34,21 @@ public:
     void print(int row, int col, std::string const& text, Attr attr = Attr::Normal) override;
     void refresh() override;
     void setInputMode(bool blocking, bool echo) override;
+    void takeIn() override;
+    std::optional<int64_t> nextKeyUs() const override;
+    int32_t keyReadyInMs() const override;
     int readKey() override;
-    int inputFd() const override { return m_started ? STDIN_FILENO : -1; }
-    bool keyWaiting() const override;
+    int inputFd() const override { return m_started && !m_inputEnded ? STDIN_FILENO : -1; }
     std::string readWord(int maxChars) override;
+
+    // How long the rest of an escape sequence (a function or arrow key) is
+    // waited for before its bytes are taken as they stand: a lone Escape
+    // holds nothing up for longer.
+    static constexpr int32_t kEscapeDelayMs = 25;
+    // The bytes at the front of typed that make one key: 0 while an escape
+    // sequence may still be coming in (unless waitedEnough, then whatever
+    // there is of it).
+    static std::size_t wholeKeyLength(std::string const& typed, bool waitedEnough);
 
     // What scanf's "%<maxChars>s" takes from a typed line: leading blanks
     // skipped, the first word, at most maxChars characters.
@@ -44,9 +58,25 @@ private:
     // Shows diagnostics written since the last frame; if there were any, the
     // next refresh repaints the whole screen over them.
     void forwardDiagnostics();
+    std::string typedText() const;
+    // Hands the next whole key taken in to curses, which then decodes it.
+    void feedNextKey();
 
     bool m_started = false;
     bool m_blocking = false;
+    bool m_echo = false;
+    // Standard input hung up or ended: nothing more will come.
+    bool m_inputEnded = false;
+    struct TypedByte {
+        char byte;
+        int64_t arrivedUs;
+    };
+    std::deque<TypedByte> m_typed;
+    // Curses reads its keys from this pipe, one whole key at a time, so that
+    // it never holds one that the manager cannot see, nor waits itself for
+    // the rest of an escape sequence.
+    int m_keyPipe[2] = {-1, -1};
+    std::FILE* m_keyInput = nullptr;
     std::unique_ptr<ConsoleDiversion> m_diversion;
     std::FILE* m_output = nullptr;
     screen* m_screen = nullptr;

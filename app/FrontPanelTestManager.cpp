@@ -1,11 +1,13 @@
 #include "app/FrontPanelTestManager.h"
 
+#include <algorithm>
 #include <cctype>
 #include <optional>
 
 #include "app/DefaultDevices.h"
 #include "app/LedColours.h"
 #include "app/Termination.h"
+#include "comms/PolledRead.h"
 
 namespace {
 
@@ -17,6 +19,9 @@ constexpr int32_t kEncoderStep = -1;
 // The eight LED colours, 0..7, wrap round on the encoder.
 constexpr int32_t kColourMask = static_cast<int32_t>(kLedColours.size()) - 1;
 constexpr int32_t kStartupSettleMs = 500;
+// A screen waiting on the operator wakes this often to see whether a
+// termination signal came in.
+constexpr int32_t kOperatorWaitWakeMs = 250;
 // Longest key list honoured; the rest of a longer list is ignored.
 constexpr int kMaxValidKeys = 127;
 
@@ -155,6 +160,10 @@ int FrontPanelTestManager::nonBlockingGetLowerCh(char const* validKeys) {
     processEvents(kPollMilliseconds);
     processShaftEncoder();
     show();
+    // What came while the frame was drawn, up to the key about to be read:
+    // a knob turned just before "v" still moves the colour.
+    servicePorts();
+    processShaftEncoder();
     int const key = m_devices.terminal->readKey();
     fpt::throwIfTerminationRequested();
     if (key == Terminal::kNoKey || key < 0)
@@ -205,23 +214,37 @@ int FrontPanelTestManager::prompt(QString const& text, char const* validKeys) {
 }
 
 int FrontPanelTestManager::readKeyBlocking() {
+    // The screen stays as it is, but the devices' input is still taken in as
+    // it comes and applied up to the key: a knob turned or a button pressed
+    // before the operator's choice is not applied to the test chosen.
     for (;;) {
+        servicePorts();
         int const key = m_devices.terminal->readKey();
         fpt::throwIfTerminationRequested();
         if (key != Terminal::kNoKey)
             return key;
+        int32_t const ready = m_devices.terminal->keyReadyInMs();
+        m_devices.sleep(ready >= 0 ? ready : kOperatorWaitWakeMs, inputFds());
     }
+}
+
+std::array<int, 4> FrontPanelTestManager::inputFds() const {
+    return {m_devices.panel->fd, m_devices.keyboard->fd, m_devices.encoder->fd,
+            m_devices.terminal->inputFd()};
 }
 
 // ---- Panel state ----
 
 void FrontPanelTestManager::processEvents(int32_t milliseconds) {
     // Input taken in here came while the last frame was drawn, or waited
-    // behind a key just served: it is shown without waiting.
-    bool const tookIn = servicePorts();
-    m_devices.sleep(tookIn ? 0 : milliseconds,
-                    {m_devices.panel->fd, m_devices.keyboard->fd, m_devices.encoder->fd,
-                     m_devices.terminal->inputFd()});
+    // behind a key just served: it is shown without waiting. So is a key
+    // already taken in; an escape sequence still incomplete is waited for
+    // only as long as it may still be coming.
+    int32_t wait = servicePorts() ? 0 : milliseconds;
+    int32_t const keyReady = m_devices.terminal->keyReadyInMs();
+    if (keyReady >= 0)
+        wait = std::min(wait, keyReady);
+    m_devices.sleep(wait, inputFds());
     // Again after the wait: a key read next must not be judged against panel
     // state older than itself (a jack report or a button press that came in
     // meanwhile), and a button's LED follows as soon as it is pressed.
@@ -229,34 +252,35 @@ void FrontPanelTestManager::processEvents(int32_t milliseconds) {
 }
 
 void FrontPanelTestManager::settle(int32_t milliseconds) {
-    servicePorts();
-    m_devices.sleep(milliseconds, {-1, -1, -1, -1});
+    // Watching every input, so that a key typed meanwhile is stamped when it
+    // came, not when the time is up.
+    int64_t const end = comms::arrivalClockUs() + int64_t{milliseconds} * 1000;
+    for (;;) {
+        servicePorts();
+        int64_t const left = (end - comms::arrivalClockUs() + 999) / 1000;
+        if (left <= 0 || !m_devices.sleep(static_cast<int32_t>(left), inputFds()))
+            break;
+    }
     servicePorts();
 }
 
 bool FrontPanelTestManager::servicePorts() {
-    // Input is handled in the order it came. A key carries no time of
-    // arrival, but the input devices stamp every record: a key now waiting
-    // came after the last moment the terminal was found without one, so
-    // records stamped after that moment may have come after the key and are
-    // held back until it has been served. (One that came just before the key,
-    // in that same short interval, is then handled just after it; the panel's
-    // lines are not stamped and are always taken in before the key.)
-    // Read before looking at the terminal, so that it is a moment at which no
-    // key had come if none is found.
-    int64_t const lookedAt = EventDeviceComms::clockNowUs();
-    std::optional<int64_t> heldAfter;
-    if (m_devices.terminal->keyWaiting())
-        heldAfter = m_noKeyAtUs;
-    else
-        m_noKeyAtUs = lookedAt;
+    // Input is handled in the order it came. The terminal is read first:
+    // every key is stamped on arrival, and device input that came before a
+    // key is then sure to be read before that key is served. What came after
+    // the next key waiting (the devices' records, stamped by the kernel on
+    // the same clock, and the panel's lines, stamped as read) is held back
+    // until that key has been served.
+    m_devices.terminal->takeIn();
+    std::optional<int64_t> const heldAfter = m_devices.terminal->nextKeyUs();
     auto const progress = [this] {
-        return std::array<std::size_t, 5>{
-            m_devices.panel->bytesReceived, m_devices.keyboard->bytesReceived,
-            m_devices.keyboard->readQueue.size(), m_devices.encoder->bytesReceived,
-            m_devices.encoder->readQueue.size()};
+        return std::array<std::size_t, 6>{
+            m_devices.panel->bytesReceived,    m_devices.panel->readQueue.size(),
+            m_devices.keyboard->bytesReceived, m_devices.keyboard->readQueue.size(),
+            m_devices.encoder->bytesReceived,  m_devices.encoder->readQueue.size()};
     };
     auto const before = progress();
+    m_devices.panel->holdLinesAfterUs = heldAfter;
     m_devices.keyboard->holdRecordsAfterUs = heldAfter;
     m_devices.encoder->holdRecordsAfterUs = heldAfter;
     m_devices.panel->servicePort();

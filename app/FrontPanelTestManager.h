@@ -43,8 +43,8 @@ public:
 
     // Waits up to the given time, or less once one of the descriptors (the
     // serial link's, the input devices' and the terminal's; -1 for none) has
-    // input.
-    using Sleeper = std::function<void(int32_t milliseconds, std::array<int, 4> const& inputFds)>;
+    // input; true when input ended it early.
+    using Sleeper = std::function<bool(int32_t milliseconds, std::array<int, 4> const& inputFds)>;
     using Uploader = std::function<bool(QString const& filePath, QString const& targetDir)>;
 
     // Everything the manager talks to. Empty members are filled with the real
@@ -112,8 +112,8 @@ public:
     // ---- Panel state ----
     // Services the serial link and both input devices, waits (up to the time
     // given, less when they or the terminal have input) and services them
-    // again, so that whatever follows sees input up to that moment: device
-    // input that came after a key still waiting is left for after the key.
+    // again, so that whatever follows sees input up to that moment: panel and
+    // device input that came after a key still waiting is left for after it.
     void processEvents(int32_t milliseconds);
     // Hands the encoder's value to whatever the current mode drives.
     void processShaftEncoder();
@@ -156,7 +156,7 @@ private:
     // The menu until the operator picks a test (its index), quits or uploads.
     int menuChoice();
     bool isTestIndex(int32_t index) const;
-    // processEvents() for the whole time given, whatever comes in.
+    // Takes input in as it comes for the whole time given; keys wait.
     void settle(int32_t milliseconds);
     // True when input came in or was decoded.
     bool servicePorts();
@@ -169,6 +169,9 @@ private:
     void showColours();
     void print(int row, int col, QString const& text, Terminal::Attr attr = Terminal::Attr::Normal);
     int readKeyBlocking();
+    // The descriptors the waits wake on: the panel's, the two devices', the
+    // terminal's.
+    std::array<int, 4> inputFds() const;
     void switchPanelOff();
     bool uploadResults();
     // After the screen is closed: the earlier pending results kept aside at
@@ -195,7 +198,4 @@ private:
     std::set<int32_t> m_offeredOnce;
     ShaftEncoderMode m_encoderMode = ShaftEncoderColours;
     int32_t m_ledColour = 0;
-    // The last moment the terminal was found without a key, on the input
-    // devices' clock.
-    int64_t m_noKeyAtUs = 0;
 };

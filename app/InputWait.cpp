@@ -2,7 +2,7 @@
 
 #include <cerrno>
 
-void InputWait::operator()(int32_t milliseconds, Descriptors const& fds) const {
+bool InputWait::operator()(int32_t milliseconds, Descriptors const& fds) const {
     Clock::time_point const deadline = now() + std::chrono::milliseconds(milliseconds);
     std::array<pollfd, std::tuple_size<Descriptors>::value> polled{};
     for (std::size_t i = 0; i < polled.size(); ++i)
@@ -13,7 +13,7 @@ void InputWait::operator()(int32_t milliseconds, Descriptors const& fds) const {
         // come round again for the rest.
         auto const left = std::chrono::ceil<std::chrono::milliseconds>(deadline - now()).count();
         if (left <= 0)
-            return;
+            return false;
         int const ready = poll(watching ? polled.data() : nullptr, watching ? polled.size() : 0,
                                static_cast<int>(left));
         if (ready > 0) {
@@ -21,7 +21,7 @@ void InputWait::operator()(int32_t milliseconds, Descriptors const& fds) const {
             for (pollfd const& p : polled)
                 broken = broken || (p.revents & (POLLHUP | POLLERR | POLLNVAL)) != 0;
             if (!broken)
-                return;
+                return true;
             watching = false;
         } else if (ready < 0 && errno != EINTR) {
             watching = false;

@@ -23,5 +23,6 @@ struct InputWait {
     std::function<Clock::time_point()> now = Clock::now;
 
     // Descriptors of -1 are not watched: with none the wait is a plain sleep.
-    void operator()(int32_t milliseconds, Descriptors const& fds) const;
+    // True when input ended it before its time.
+    bool operator()(int32_t milliseconds, Descriptors const& fds) const;
 };

@@ -6,6 +6,7 @@
 // can be driven by a scripted terminal in tests.
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
 class Terminal {
@@ -32,15 +33,24 @@ public:
     virtual void print(int row, int col, std::string const& text, Attr attr = Attr::Normal) = 0;
     virtual void refresh() = 0;
 
-    // Blocking reads wait for a key; non-blocking reads return kNoKey at once.
-    // Echo is for the screens that read typed text (menu, serial number).
+    // Blocking mode is for the screens that wait on the operator (menu,
+    // summary, serial number), echo for those that show what is typed.
     virtual void setInputMode(bool blocking, bool echo) = 0;
+    // Reads what the operator has typed since the last call, stamping each
+    // byte with its arrival (comms::arrivalClockUs()). Only what was taken
+    // in is ever read as a key, so a key is never served before the device
+    // input that came ahead of it and was taken in after it.
+    virtual void takeIn() = 0;
+    // When the next key taken in arrived; none when nothing waits.
+    virtual std::optional<int64_t> nextKeyUs() const = 0;
+    // -1 when nothing waits, 0 when a whole key does; while an escape
+    // sequence is still incomplete, how long until it is read as it stands.
+    virtual int32_t keyReadyInMs() const = 0;
+    // The next key taken in, or kNoKey; never waits.
     virtual int readKey() = 0;
     // The descriptor keys arrive on, for the key poll to wake on; -1 while
-    // the screen is not up.
+    // the screen is not up or once the input has ended.
     virtual int inputFd() const = 0;
-    // Whether a key has arrived and waits to be read (it stays there).
-    virtual bool keyWaiting() const = 0;
     // Reads one blank-delimited word of at most maxChars characters, echoed,
     // ended by Enter; an empty line gives an empty string.
     virtual std::string readWord(int maxChars) = 0;

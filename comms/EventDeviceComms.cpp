@@ -77,6 +77,12 @@ bool EventDeviceComms::initialize() {
         std::perror("front_panel_test unable to grab");
         return false;
     }
+    // Records are stamped on the clock the keys and the panel's lines are, so
+    // that all of them can be taken in the order they came. A kernel (or an
+    // emulator) that cannot is left on its own clock, whose stamps are then
+    // converted at the moment they are compared.
+    int clock = CLOCK_MONOTONIC;
+    stampClock = ::ioctl(fd, EVIOCSCLOCKID, &clock) == 0 ? CLOCK_MONOTONIC : CLOCK_REALTIME;
     return true;
 }
 
@@ -94,12 +100,24 @@ bool EventDeviceComms::fillReadQueue() {
 }
 
 void EventDeviceComms::processReadQueue() {
+    std::optional<int64_t> heldAfter = holdRecordsAfterUs;
+    if (heldAfter && stampClock != CLOCK_MONOTONIC) {
+        timespec now{};
+        ::clock_gettime(stampClock, &now);
+        int64_t const deviceNowUs =
+            static_cast<int64_t>(now.tv_sec) * kMicroseconds + now.tv_nsec / 1000;
+        // A moment so far off that it cannot be moved holds all or nothing
+        // on either clock alike.
+        int64_t moved;
+        if (!__builtin_add_overflow(*heldAfter, deviceNowUs - comms::arrivalClockUs(), &moved))
+            *heldAfter = moved;
+    }
     while (readQueue.size() >= kRecordSize) {
         char raw[kRecordSize];
         std::copy_n(readQueue.begin(), kRecordSize, raw);
         struct input_event event {};
         std::memcpy(&event, raw, kRecordSize);
-        if (holdRecordsAfterUs && stampedAfter(event, *holdRecordsAfterUs)) {
+        if (heldAfter && stampedAfter(event, *heldAfter)) {
             return;
         }
         processReceivedEvent(event);
@@ -167,12 +185,6 @@ void EventDeviceComms::processShaftEncoderEvent(int delta) {
         next = w <= max ? w : w - max - 1 + min;
     }
     encoderValue = static_cast<int32_t>(next);
-}
-
-int64_t EventDeviceComms::clockNowUs() {
-    timespec now{};
-    ::clock_gettime(CLOCK_REALTIME, &now);
-    return static_cast<int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
 }
 
 void EventDeviceComms::setShaftEncoderMode(int value, int min, int max, int step, bool wrap) {

@@ -11,6 +11,7 @@
 #include <deque>
 #include <linux/input.h>
 #include <optional>
+#include <time.h>
 
 class EventDeviceComms {
 public:
@@ -35,9 +36,10 @@ public:
     void processShaftEncoderEvent(int delta);
     void setShaftEncoderMode(int value, int min, int max, int step, bool wrap);
 
-    // Now, on the clock the kernel stamps input records with (its default,
-    // the realtime clock), in microseconds.
-    static int64_t clockNowUs();
+    // The clock this device's records are stamped with: the arrival clock
+    // (comms::arrivalClockUs()), unless initialize() found that the kernel
+    // cannot switch the device to it and keeps its default, the realtime clock.
+    clockid_t stampClock = CLOCK_MONOTONIC;
 
     // Read directly by the manager and the tests after each servicePort().
     uint32_t bytesReceived = 0;
@@ -52,8 +54,8 @@ public:
     std::deque<char> readQueue;
     int32_t fd = -1;
     QString devicePath;
-    // Records stamped after this moment (clockNowUs()) stay queued for a later
-    // servicePort(): the manager holds back what may have come after a key
+    // Records stamped after this moment (comms::arrivalClockUs()) stay queued
+    // for a later servicePort(): the manager holds back what came after a key
     // that the operator typed and that has not been served yet.
     std::optional<int64_t> holdRecordsAfterUs;
 };

@@ -220,6 +220,8 @@ bool FrontPanelComms::servicePort() {
 
 bool FrontPanelComms::fillReadQueue() {
     comms::drainInto(fd, readQueue, bytesReceived);
+    // The line carries no time of its own: it came at the latest now.
+    readStampsUs.resize(readQueue.size(), comms::arrivalClockUs());
     return true;
 }
 
@@ -228,6 +230,11 @@ void FrontPanelComms::processReadQueue() {
         const auto newline = std::find(readQueue.begin(), readQueue.end(), '\n');
         if (newline == readQueue.end()) {
             return; // partial line: wait for the rest
+        }
+        auto const end = static_cast<std::size_t>(newline - readQueue.begin());
+        if (holdLinesAfterUs && end < readStampsUs.size() &&
+            readStampsUs[end] > *holdLinesAfterUs) {
+            return; // came after the key being served
         }
         QString line;
         line.reserve(static_cast<int>(newline - readQueue.begin()));
@@ -238,6 +245,9 @@ void FrontPanelComms::processReadQueue() {
             processReceivedLine(line);
         }
         readQueue.erase(readQueue.begin(), newline + 1);
+        readStampsUs.erase(readStampsUs.begin(),
+                           readStampsUs.begin() +
+                               static_cast<std::ptrdiff_t>(std::min(end + 1, readStampsUs.size())));
     }
 }
 

@@ -8,6 +8,7 @@
 #include <QString>
 #include <cstdint>
 #include <deque>
+#include <optional>
 
 class FrontPanelComms {
 public:
@@ -48,6 +49,11 @@ public:
     std::deque<char> readQueue;
     int32_t fd = -1;
     QString devicePath;
+    // When each byte of readQueue was read (comms::arrivalClockUs()).
+    std::deque<int64_t> readStampsUs;
+    // Lines completed after this moment stay queued for a later call: the
+    // manager holds back what came after a key it has not served yet.
+    std::optional<int64_t> holdLinesAfterUs;
 
 private:
     // The rest of a command that the line took only in part (see sendLine).

@@ -7,10 +7,21 @@
 // drain silently; the next poll simply tries again.
 
 #include <cstdint>
+#include <ctime>
 #include <deque>
 #include <unistd.h>
 
 namespace comms {
+
+// Now, in microseconds, on the clock every operator input is stamped with:
+// the input devices' records (set to this clock when opened), the panel's
+// lines and the terminal's keys (stamped as they are read). Monotonic, so a
+// time step (NTP, the operator setting the date) cannot reorder them.
+inline int64_t arrivalClockUs() {
+    timespec now{};
+    ::clock_gettime(CLOCK_MONOTONIC, &now);
+    return static_cast<int64_t>(now.tv_sec) * 1000000 + now.tv_nsec / 1000;
+}
 
 inline void drainInto(int fd, std::deque<char>& queue, uint32_t& bytesReceived) {
     char buffer[32];

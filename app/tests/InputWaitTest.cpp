@@ -24,7 +24,20 @@ TEST(InputWait, NeitherASignalNorAHangUpEndsItEarlyOrMakesItSpin) {
                              return 0;
                          },
                          [&] { return now; }};
-    wait(100, {3, -1, -1, -1});
+    EXPECT_FALSE(wait(100, {3, -1, -1, -1}));
     EXPECT_EQ(now.time_since_epoch(), std::chrono::milliseconds(100));
     EXPECT_EQ(polls, 3);
+}
+
+// Input 30 ms in, on the last descriptor watched: the wait ends then.
+TEST(InputWait, InputEndsItEarly) {
+    InputWait::Clock::time_point now{};
+    InputWait const wait{[&](pollfd* fds, nfds_t watched, int) {
+                             now += std::chrono::milliseconds(30);
+                             fds[watched - 1].revents = POLLIN;
+                             return 1;
+                         },
+                         [&] { return now; }};
+    EXPECT_TRUE(wait(100, {-1, -1, -1, 7}));
+    EXPECT_EQ(now.time_since_epoch(), std::chrono::milliseconds(30));
 }

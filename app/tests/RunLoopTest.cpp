@@ -6,7 +6,9 @@
 #include <gtest/gtest.h>
 
 #include <QFile>
+#include <QStringList>
 #include <QTemporaryDir>
+#include <algorithm>
 
 #include "app/testing/ManagerRig.h"
 
@@ -111,6 +113,90 @@ TEST(Keys, AKeyIsJudgedWithThePanelInputThatCameDuringItsPoll) {
     EXPECT_EQ(r.mgr().headphoneState(), 1);
     EXPECT_EQ(r.mgr().buttonTestCheckForExpected(3), 1);
     EXPECT_EQ(r.panel->lines.back(), "L03ffffff\n"); // its LED in the same poll
+}
+
+// A knob detent (clockwise: colour +1 in colour mode, volume +1 in volume
+// mode), the "v" key and the jack's "H1" line, waiting in every order: each
+// is applied in the order it came, and what came after the key only once
+// the key has been served.
+TEST(Keys, InputIsAppliedInTheOrderItCame) {
+    std::string order = "Hkv";
+    do {
+        ManagerRig r;
+        int const volume = r.tone->volume;
+        int64_t at = 10;
+        for (char what : order) {
+            if (what == 'k')
+                r.encoder->recordAt(at, EV_REL, REL_WHEEL, -1);
+            else if (what == 'H')
+                r.panel->lineAt(at, QStringLiteral("H1"));
+            else
+                r.terminal->keyAt(at, what);
+            at += 10;
+        }
+        auto const before = [&](char what) { return order.find(what) < order.find('v'); };
+        EXPECT_EQ(r.mgr().nonBlockingGetLowerCh(), -1) << order;
+        EXPECT_EQ(r.mgr().getLEDColour(), before('k') ? 1 : 0) << order;
+        EXPECT_EQ(r.mgr().headphoneState(), before('H') ? 1 : -1) << order;
+        r.mgr().nonBlockingGetLowerCh();
+        EXPECT_EQ(r.tone->volume, before('k') ? volume : volume + 1) << order;
+        EXPECT_EQ(r.mgr().headphoneState(), 1) << order;
+    } while (std::next_permutation(order.begin(), order.end()));
+
+    // Both came while a frame was being sent.
+    ManagerRig drawn;
+    drawn.terminal->duringRefresh = [&] {
+        drawn.terminal->duringRefresh = nullptr;
+        drawn.encoder->recordAt(10, EV_REL, REL_WHEEL, -1);
+        drawn.terminal->keyAt(20, 'v');
+    };
+    EXPECT_EQ(drawn.mgr().nonBlockingGetLowerCh(), -1);
+    EXPECT_EQ(drawn.mgr().getLEDColour(), 1);
+
+    // Behind the summary, which waits for any key: what came before the key
+    // is applied before the run goes on, what came after it waits.
+    ManagerRig summary;
+    summary.encoder->recordAt(10, EV_REL, REL_WHEEL, -1);
+    summary.terminal->keyAt(20, ' ');
+    summary.encoder->recordAt(30, EV_REL, REL_WHEEL, -1);
+    summary.mgr().showTestSummary();
+    EXPECT_EQ(summary.encoder->encoderValue, 1);
+    EXPECT_EQ(summary.encoder->readQueue.size(), sizeof(input_event));
+}
+
+TEST(Screens, ADescriptionShowsItsFirstFifteenLinesAndBlanksTheRest) {
+    ManagerRig r;
+    QStringList lines;
+    for (int i = 0; i < 17; ++i)
+        lines << QStringLiteral("line %1").arg(i);
+    r.mgr().detail(lines.join(QLatin1Char('\n')));
+    r.mgr().show();
+    EXPECT_NE(r.terminal->shown.find("line 14\n"), std::string::npos) << r.terminal->shown;
+    EXPECT_EQ(r.terminal->shown.find("line 15"), std::string::npos) << r.terminal->shown;
+    r.mgr().detail(QStringLiteral("short"));
+    r.mgr().show();
+    EXPECT_EQ(r.terminal->shown.find("line"), std::string::npos) << r.terminal->shown;
+}
+
+// An empty group passes; a member that asks for the menu stops the group
+// there, with the rest not run.
+TEST(Group, EmptyPassesAndAnAbandonedMemberStopsIt) {
+    ManagerRig r;
+    UnitTestGroup empty(QStringLiteral("E"));
+    EXPECT_EQ(empty.run(r.mgr()), UnitTest::RunFinished);
+    EXPECT_EQ(empty.state, UnitTest::Passed);
+    EXPECT_EQ(empty.result.toStdString(), "PASSED: Test Completed");
+
+    Lines order;
+    UnitTestGroup group(QStringLiteral("G"));
+    for (auto const& [name, outcome] :
+         std::vector<std::pair<char const*, std::pair<UnitTest::State, int>>>{
+             {"A", {P, 1}}, {"B", {F, 1}}, {"C", {UnitTest::NotRun, 2}}, {"D", {P, 1}}})
+        group.addUnitTest(std::make_shared<ScriptedTest>(name, std::vector{outcome}, order));
+    EXPECT_EQ(group.run(r.mgr()), UnitTest::RunMenu);
+    EXPECT_EQ(order, (Lines{"A", "B", "C"}));
+    EXPECT_EQ(group.state, UnitTest::NotRun);
+    EXPECT_EQ(group.result.toStdString(), "Test Not Completed");
 }
 
 TEST(Panel, EncoderModesHandTheKnobItsRangeAndItsValueOn) {

@@ -2,12 +2,17 @@
 // line delivers it, every byte is counted and every complete line is
 // dispatched once, in order, as soon as its newline is in; the rest of a line
 // waits for the next read. Dispatch shows in the version texts, which take
-// the last "V" and "F" line, and in the report of each line the link does not
-// know ("OK", "H..." and those two are known; empty lines are skipped).
+// the last "V" and "F" line, in the jack state, which takes the number of
+// the last "H" line (a plain decimal as it is, one without any digit as 0,
+// "H" alone changes nothing), and in the report of each line the link does
+// not know ("OK", "H..." and those two are known; empty lines are skipped).
 #include "comms/FrontPanelComms.h"
 #include "comms/fuzz/FeedThroughPipe.h"
 
+#include <cstdlib>
 #include <iostream>
+#include <optional>
+#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -19,6 +24,18 @@ bool endsWith(std::string const& text, std::string const& end) {
            text.compare(text.size() - end.size(), end.size(), end) == 0;
 }
 
+// What an "H" line's number must give, where that is certain.
+std::optional<int32_t> jackState(std::string const& number) {
+    static std::regex const plain("-?[1-9][0-9]{0,8}|0");
+    if (std::regex_match(number, plain)) {
+        return static_cast<int32_t>(std::strtol(number.c_str(), nullptr, 10));
+    }
+    if (number.find_first_of("0123456789") == std::string::npos) {
+        return 0;
+    }
+    return std::nullopt;
+}
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
@@ -27,6 +44,7 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
     FrontPanelComms link(QStringLiteral("/nonexistent"));
     QString version = link.version;
     QString fpgaVersion = link.fpgaVersion;
+    std::optional<int32_t> jack = link.headphoneState;
     std::vector<std::string> unknown;
     size_t lineStart = 0;
     bool ok = true;
@@ -35,6 +53,9 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
              lineStart = end + 1) {
             std::string const line = fed.substr(lineStart, end - lineStart);
             QString const text = QString::fromLatin1(line.data(), static_cast<int>(line.size()));
+            if (line.size() >= 2 && line[0] == 'H') {
+                jack = jackState(line.substr(1));
+            }
             if (line.empty() || line[0] == 'H' || line == "OK") {
                 continue;
             }
@@ -47,7 +68,9 @@ extern "C" int LLVMFuzzerTestOneInput(uint8_t const* data, size_t size) {
         }
         ok = ok && link.bytesReceived == fed.size() &&
              std::string(link.readQueue.begin(), link.readQueue.end()) == fed.substr(lineStart) &&
-             link.version == version && link.fpgaVersion == fpgaVersion;
+             link.version == version && link.fpgaVersion == fpgaVersion &&
+             (!jack || link.headphoneState == *jack);
+        jack = link.headphoneState;
     });
     std::cerr.rdbuf(stderrBuffer);
     std::istringstream lines(reports.str());

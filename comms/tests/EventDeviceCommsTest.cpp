@@ -1,4 +1,5 @@
 #include "comms/EventDeviceComms.h"
+#include "comms/PolledRead.h"
 
 #include <array>
 #include <cerrno>
@@ -108,3 +109,27 @@ TEST(EventDeviceCommsTest, AnOpenFailureIsReported) {
 }
 
 } // namespace
+
+// A kernel that cannot stamp on the monotonic clock stamps on the realtime
+// one: a record is still held only when it came after the moment given.
+TEST(EventDeviceCommsTest, RecordsOnTheRealtimeClockAreHeldByTheirOwnClock) {
+    PipeDevice device;
+    device.comms.stampClock = CLOCK_REALTIME;
+    device.comms.setShaftEncoderMode(0, 0, 100, 1, false);
+    timespec now{};
+    ::clock_gettime(CLOCK_REALTIME, &now);
+    auto stamped = [&](int64_t offsetUs) {
+        struct input_event event {};
+        int64_t const us = int64_t{now.tv_sec} * 1000000 + now.tv_nsec / 1000 + offsetUs;
+        event.input_event_sec = static_cast<decltype(event.input_event_sec)>(us / 1000000);
+        event.input_event_usec = static_cast<decltype(event.input_event_usec)>(us % 1000000);
+        event.type = EV_REL;
+        event.code = REL_WHEEL;
+        event.value = 1;
+        return std::string(reinterpret_cast<char const*>(&event), sizeof event);
+    };
+    device.comms.holdRecordsAfterUs = comms::arrivalClockUs();
+    device.poll(stamped(-500000) + stamped(500000));
+    EXPECT_EQ(device.comms.encoderValue, 1);
+    EXPECT_EQ(device.comms.readQueue.size(), sizeof(input_event));
+}

@@ -1,4 +1,5 @@
 #include "comms/FrontPanelComms.h"
+#include "comms/PolledRead.h"
 
 #include <cerrno>
 #include <cstring>
@@ -185,3 +186,19 @@ TEST(FrontPanelCommsTest, FailedSetUpIsReportedAndLeavesThePortClosed) {
 }
 
 } // namespace
+
+// A line that came after the key the operator typed waits until that key
+// has been served; one that came before it does not.
+TEST(FrontPanelCommsTest, ALineThatCameAfterTheHoldMomentWaits) {
+    SocketPanel panel;
+    auto& comms = panel.link;
+    panel.send("H1\nH");
+    comms.holdLinesAfterUs = comms::arrivalClockUs() - 1000000;
+    comms.servicePort();
+    EXPECT_EQ(comms.headphoneState, -1);
+    panel.send("0\n");
+    comms.holdLinesAfterUs = comms::arrivalClockUs() + 1000000;
+    comms.servicePort();
+    EXPECT_EQ(comms.headphoneState, 0);
+    EXPECT_TRUE(comms.readQueue.empty());
+}

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # benchmark.sh [--build-dir DIR]: front_panel_test's start-up time, button
-# to LED latency, key to panel line latency, idle CPU and terminal output,
-# and peak memory, measured on the emulated instrument. Takes about a minute.
+# to LED latency, key to panel line latency, knob and key taken in arrival
+# order, idle CPU and terminal output, and peak memory, measured on the
+# emulated instrument. Takes about three minutes.
 set -euo pipefail
 HERE=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 ROOT=$(cd "$HERE/../.." && pwd)

@@ -31,6 +31,22 @@ Script walk(char const* k) {
         r.terminal->then([] {}).keys(k); // the poll that takes the last step in
     };
 }
+// Two steps at once from yellow skip cyan: the test waits for cyan to come
+// round (through black and white) before it asks for the next colour.
+Script skip(char const* k) {
+    return [k](ManagerRig& r) {
+        for (int c : {1, 3, 4, 5, 6, 7, 0})
+            r.terminal->then([&r, c] { r.encoder->encoderValue = c; });
+        r.terminal->then([&r] {
+            EXPECT_NE(r.terminal->shown.find("*Clockwise* from *YELLOW* to *CYAN*"),
+                      std::string::npos)
+                << r.terminal->shown;
+        });
+        for (int c : {1, 2, 3, 4, 5, 6, 7, 6, 5, 4, 3, 2, 1, 0})
+            r.terminal->then([&r, c] { r.encoder->encoderValue = c; });
+        r.terminal->then([] {}).keys(k);
+    };
+}
 Script buttons(std::vector<int> codes, char const* k) {
     return [=](ManagerRig& r) {
         for (int code : codes)
@@ -104,6 +120,7 @@ TEST(Plan, AnswersGiveRunCodeStateAndResult) {
         {"encoder: no, retry, yes", encoder, 0, {walk("nry")}, 1, P, kPass},
         {"encoder: no, unlisted key passes", encoder, 0, {walk("nx")}, 1, P, kPass},
         {"encoder: no, quit", encoder, 0, {walk("nq")}, 0, F, kUser},
+        {"encoder: a double step", encoder, 0, {skip("y")}, 1, P, kPass},
     };
     for (auto const& c : cases) {
         ManagerRig r;

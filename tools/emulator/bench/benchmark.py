@@ -4,8 +4,12 @@
   start-up     program start to the serial-number prompt on its terminal
   latency      a button going down on the keyboard device to the LED line
                for it on the serial port (debug display, two buttons in turn)
+  escape       the same, each press just after a lone Escape on the terminal
   key latency  a key reaching the program's terminal to its effect on the
                serial port ("h" toggles the headphone output: the "A" line)
+  order        a knob detent and the "v" key (volume mode) 1 ms apart, in
+               both orders: the share applied in the order they came (a
+               detent first moves the LED colour, "v" first the volume)
   idle CPU     the program's user + system time over a quiet stretch, as a
                share of one core
   idle output  bytes the program writes to its terminal per second then
@@ -116,6 +120,46 @@ def key_latencies(emu, keys):
     return latencies
 
 
+def arrival_order(emu, trials):
+    """Share of trials (knob detent and "v" 1 ms apart, the order alternating)
+    whose effect shows the order they came in, in %."""
+    tty = tmux("display-message", "-p", "-t", "b", "#{pane_tty}").strip()
+    fd = os.open(tty, os.O_RDWR | os.O_NOCTTY)
+
+    def key(k):
+        try:
+            fcntl.ioctl(fd, termios.TIOCSTI, k)
+        except OSError:
+            tmux("send-keys", "-t", "b", "-l", k.decode())
+
+    in_order = 0
+    try:
+        for n in range(trials):
+            key(b"c")  # the knob back on the colours
+            time.sleep(0.1)
+            before = emu.state()
+            detent = 1 if before["tone"]["volume_percent"] < 50 else -1
+            time.sleep(random.uniform(0.0, 0.1))  # any phase of the 100 ms poll
+            knob_first = n % 2 == 0
+            if knob_first:
+                emu.turn(detent)
+            else:
+                key(b"v")
+            time.sleep(0.001)
+            if knob_first:
+                key(b"v")
+            else:
+                emu.turn(detent)
+            time.sleep(0.2)
+            after = emu.state()
+            colour_moved = after["leds"] != before["leds"]
+            volume_moved = after["tone"]["volume_raw"] != before["tone"]["volume_raw"]
+            in_order += colour_moved != volume_moved and colour_moved == knob_first
+    finally:
+        os.close(fd)
+    return 100.0 * in_order / trials
+
+
 def percentile(values, p):
     ordered = sorted(values)
     k = (len(ordered) - 1) * p / 100.0
@@ -223,6 +267,8 @@ def main():
     p.add_argument("--starts", type=int, default=5)
     p.add_argument("--presses", type=int, default=60)
     p.add_argument("--keys", type=int, default=60)
+    p.add_argument("--escapes", type=int, default=10)
+    p.add_argument("--order-trials", type=int, default=200)
     p.add_argument("--idle-seconds", type=float, default=10.0)
     p.add_argument("--soak", action="store_true", help="the soak instead of the figures above")
     p.add_argument("--soak-events", type=int, default=100000)
@@ -272,11 +318,15 @@ def main():
     emu.press("f1", 150)
     time.sleep(0.3)
     latencies = []
-    for n in range(args.presses):
+    escapes = []
+    for n in range(args.presses + args.escapes):
         index = 2 if n % 2 == 0 else 1
+        after_escape = n >= args.presses
         want = f"L{index:02x}"
         start_line = emu.traffic()["next"]
         time.sleep(random.uniform(0.0, 0.1))  # any phase of the 100 ms poll
+        if after_escape:  # a lone Escape just before: curses must not wait for more
+            tmux("send-keys", "-t", "b", "Escape")
         down = emu.press(index, 150)
         deadline = time.monotonic() + 2.0
         found = None
@@ -290,16 +340,18 @@ def main():
                 time.sleep(0.01)
         if found is None:
             raise RuntimeError(f"no LED line for button {index} after its press")
-        latencies.append((found - down) / 1000.0)
+        (escapes if after_escape else latencies).append((found - down) / 1000.0)
         time.sleep(0.12)
     results["latency_ms_p50"] = percentile(latencies, 50)
     results["latency_ms_p99"] = percentile(latencies, 99)
     results["latency_ms_max"] = max(latencies)
     results["latency_samples"] = len(latencies)
+    results["escape_latency_ms_max"] = max(escapes, default=0.0)
     keys = key_latencies(emu, args.keys)
     results["key_latency_ms_p50"] = percentile(keys, 50)
     results["key_latency_ms_p99"] = percentile(keys, 99)
     results["key_latency_ms_max"] = max(keys)
+    results["arrival_order_percent"] = arrival_order(emu, args.order_trials)
 
     results["peak_rss_kib"] = status_kib(pid, "VmHWM")
     quit_run(emu)
@@ -309,9 +361,13 @@ def main():
     print(f"button -> LED line latency: p50 {results['latency_ms_p50']:.1f} ms,"
           f" p99 {results['latency_ms_p99']:.1f} ms, max {results['latency_ms_max']:.1f} ms"
           f" ({len(latencies)} presses)")
+    print(f"button -> LED line latency just after a lone Escape: max"
+          f" {results['escape_latency_ms_max']:.1f} ms ({args.escapes} presses)")
     print(f"key -> panel line latency: p50 {results['key_latency_ms_p50']:.1f} ms,"
           f" p99 {results['key_latency_ms_p99']:.1f} ms, max {results['key_latency_ms_max']:.1f} ms"
           f" ({args.keys} keys)")
+    print(f"knob detent and mode key 1 ms apart, applied in arrival order:"
+          f" {results['arrival_order_percent']:.1f} % ({args.order_trials} trials, goal 100 %)")
     print(f"idle CPU: {results['idle_cpu_percent']:.2f} % of one core"
           f" ({args.idle_seconds:.0f} s)")
     print(f"idle terminal output: {results['idle_terminal_bytes_per_s']:.1f} bytes/s")

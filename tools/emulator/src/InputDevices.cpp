@@ -169,6 +169,21 @@ void opIoctl(fuse_req_t req, fuse_ino_t, unsigned int cmd, void*, fuse_file_info
         replyGrab(req, client, value);
         return;
     }
+    if (cmd == EVIOCSCLOCKID) {
+        // As evdev: the realtime, monotonic and boot-time clocks are taken,
+        // any other is refused.
+        int clock = -1;
+        if (inSize >= sizeof clock) {
+            std::memcpy(&clock, inBuf, sizeof clock);
+        }
+        if (clock != CLOCK_REALTIME && clock != CLOCK_MONOTONIC && clock != CLOCK_BOOTTIME) {
+            fuse_reply_err(req, EINVAL);
+            return;
+        }
+        client->clock = clock;
+        fuse_reply_ioctl(req, 0, nullptr, 0);
+        return;
+    }
     if (cmd == EVIOCGVERSION && outSize >= sizeof(int)) {
         int version = EV_VERSION;
         fuse_reply_ioctl(req, 0, &version, sizeof version);
@@ -393,13 +408,9 @@ int InputDevices::grab(Client* client, int value) {
 
 void InputDevices::emit(Device dev, uint16_t type, uint16_t code, int32_t value, bool withScan) {
     Node* node = nodes_[size_t(dev)].get();
-    timeval now{};
-    gettimeofday(&now, nullptr);
     std::vector<input_event> frame;
     auto add = [&](uint16_t t, uint16_t c, int32_t v) {
         input_event ev{};
-        ev.input_event_sec = now.tv_sec;
-        ev.input_event_usec = now.tv_usec;
         ev.type = t;
         ev.code = c;
         ev.value = v;
@@ -414,7 +425,12 @@ void InputDevices::emit(Device dev, uint16_t type, uint16_t code, int32_t value,
         if (c->node != node || (node->grabber != nullptr && node->grabber != c.get())) {
             continue;
         }
-        for (auto const& ev : frame) {
+        // One moment for the whole frame, on the clock this reader chose.
+        timespec now{};
+        clock_gettime(c->clock, &now);
+        for (input_event ev : frame) {
+            ev.input_event_sec = now.tv_sec;
+            ev.input_event_usec = now.tv_nsec / 1000;
             c->queue.push_back(ev);
         }
         while (c->queue.size() > kQueueLimit) {
@@ -432,6 +448,11 @@ void InputDevices::emit(Device dev, uint16_t type, uint16_t code, int32_t value,
 
 bool InputDevices::grabbed(Device dev) const {
     return nodes_[size_t(dev)]->grabber != nullptr;
+}
+
+int InputDevices::grabberClock(Device dev) const {
+    Client const* grabber = nodes_[size_t(dev)]->grabber;
+    return grabber != nullptr ? int(grabber->clock) : -1;
 }
 
 int InputDevices::openCount(Device dev) const {

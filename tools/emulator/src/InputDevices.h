@@ -12,6 +12,7 @@
 #include "EventLoop.h"
 
 #include <cstdint>
+#include <ctime>
 #include <deque>
 #include <linux/input.h>
 #include <list>
@@ -45,6 +46,8 @@ public:
     void emit(Device dev, uint16_t type, uint16_t code, int32_t value, bool withScan = false);
 
     bool grabbed(Device dev) const;
+    // The clock the grabbing reader's records are stamped with; -1 if none.
+    int grabberClock(Device dev) const;
     int openCount(Device dev) const;
     uint64_t eventsDelivered(Device dev) const;
     uint64_t grabRefusals(Device dev) const;
@@ -96,6 +99,9 @@ struct InputDevices::Client {
     std::deque<input_event> queue;
     std::list<PendingRead> pending;
     fuse_pollhandle* pollHandle = nullptr;
+    // The clock its records are stamped with, as EVIOCSCLOCKID set it; a
+    // kernel's evdev starts every reader on the realtime clock.
+    clockid_t clock = CLOCK_REALTIME;
 };
 
 } // namespace emu

@@ -354,6 +354,24 @@ void Instrument::keyUp(int button) {
     input_.emit(InputDevices::Keyboard, EV_KEY, kButtons[size_t(button)].code, 0, true);
 }
 
+namespace {
+
+// The stamping clock of an input node's reader, as the state reports it.
+char const* clockName(int clock) {
+    switch (clock) {
+    case CLOCK_REALTIME:
+        return "\"realtime\"";
+    case CLOCK_MONOTONIC:
+        return "\"monotonic\"";
+    case CLOCK_BOOTTIME:
+        return "\"boottime\"";
+    default:
+        return "null";
+    }
+}
+
+} // namespace
+
 void Instrument::turnStep(int fd, int remaining, int direction, int intervalMs) {
     // One detent per wheel event. The panel's encoder reports a clockwise
     // detent as a negative wheel movement.
@@ -478,6 +496,7 @@ std::string Instrument::stateJson() const {
         auto dev = InputDevices::Device(d);
         o << ",\"" << names[d] << "\":{\"open\":" << input_.openCount(dev)
           << ",\"grabbed\":" << (input_.grabbed(dev) ? "true" : "false")
+          << ",\"clock\":" << clockName(input_.grabberClock(dev))
           << ",\"events\":" << input_.eventsDelivered(dev) << ",\"queued\":" << input_.queued(dev)
           << ",\"refused_grabs\":" << input_.grabRefusals(dev) << "}";
     }

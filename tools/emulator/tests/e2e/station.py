@@ -59,6 +59,12 @@ class Station:
         subprocess.run(TMUX + ["kill-server"], stderr=subprocess.DEVNULL)
         self.emu.close()
 
+    @staticmethod
+    def program_is_arm():
+        """An ARM build, which the armhf leg runs under qemu-user (ELF e_machine 40)."""
+        with open(os.environ["FPT_PROGRAM"], "rb") as f:
+            return int.from_bytes(f.read(20)[18:20], "little") == 40
+
     # --- the terminal ----------------------------------------------------
     def screen(self):
         out = subprocess.run(TMUX + ["capture-pane", "-p", "-t", "fpt"], check=True,
