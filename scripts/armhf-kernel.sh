@@ -51,7 +51,7 @@ EOF
 ((${#unit_programs[@]} > 0)) || fail "the armhf build has no unit test programs"
 
 # ---- the initramfs --------------------------------------------------------
-rm -rf "$WORK" && mkdir -p "$WORK"/root/{bin,sbin,usr/lib/arm-linux-gnueabihf,usr/share,tests,modules}
+rm -rf "$WORK" && mkdir -p "$WORK"/root/{bin,usr/lib/arm-linux-gnueabihf,usr/share,tests,modules}
 stage=$WORK/root
 ln -s usr/lib "$stage/lib"
 cp "$machine/bin/busybox" "$stage/bin/busybox"
@@ -61,21 +61,29 @@ cp "$BUILD/tools/machine_operator/cv084-machine-operator" "$stage/bin/"
 for module in input/misc/uinput input/evdev; do
     cp "$modules/drivers/$module.ko" "$stage/modules/"
 done
+# Each test program at its path in the build, run in its folder as CTest
+# does, with the build's files it names (the credential block generator,
+# the test credential) at theirs.
 : >"$WORK/expected"
 for entry in "${unit_programs[@]}"; do
     program=${entry#* }
-    cp "$program" "$stage/tests/"
-    echo "${program##*/} ${entry%% *}" >>"$WORK/expected"
+    echo "${entry%% *} $program" >>"$WORK/expected"
+    for file in "$program" $(strings -n 8 "$program" | grep -o "^$ROOT/[^ \"]*" | sort -u); do
+        if [[ -f $file ]]; then
+            mkdir -p "$stage${file%/*}"
+            cp "$file" "$stage$file"
+        fi
+    done
 done
 cp "$WORK/expected" "$stage/tests/expected"
 # Debug information is not needed to run, and would double the image.
-find "$stage/tests" "$stage/usr/bin" "$stage/bin" -type f -perm -u+x ! -name busybox \
-    -exec arm-linux-gnueabihf-strip --strip-debug {} +
+find "$stage" -type f -perm -u+x ! -name busybox ! -name init -exec sh -c \
+    'for f; do head -c4 "$f" | grep -q ELF && arm-linux-gnueabihf-strip --strip-debug "$f"; done' strip {} +
 
 # The shared libraries every program needs, from the sysroot.
 libdirs=("$sysroot/lib/arm-linux-gnueabihf" "$sysroot/usr/lib/arm-linux-gnueabihf")
 declare -A copied=()
-pending=("$stage"/tests/* "$stage"/usr/bin/* "$stage/bin/cv084-machine-operator")
+mapfile -t pending < <(find "$stage" -type f -perm -u+x ! -name busybox)
 while ((${#pending[@]} > 0)); do
     file=${pending[-1]}
     unset 'pending[-1]'
@@ -140,7 +148,7 @@ passed=0 failed=0 skipped=0
 while read -r _ _ name ran ok bad skip; do
     ran=${ran#exit=} ok=${ok#passed=} bad=${bad#failed=} skip=${skip#skipped=}
     passed=$((passed + ok)) failed=$((failed + bad)) skipped=$((skipped + skip))
-    expected=$(awk -v n="$name" '$1 == n {print $2}' "$WORK/expected")
+    expected=$(awk -v n="$name" '$2 == n {print $1}' "$WORK/expected")
     if ((ok + bad + skip != expected)); then
         echo "armhf kernel: $name ran $((ok + bad + skip)) of its $expected tests (exit $ran)" >&2
         failed=$((failed + 1))
