@@ -21,6 +21,8 @@ mount -t tmpfs -o mode=1777 tmpfs /tmp
 mount -t tmpfs -o mode=1777 tmpfs /dev/shm
 mount -t tmpfs -o mode=755 tmpfs /run
 ulimit -c 0
+# Programs and tests may talk to themselves over the loopback.
+ip link set lo up
 
 # The panel's buttons and knob are uinput devices read through evdev.
 for module in /modules/*.ko; do

@@ -48,7 +48,7 @@ fi
 
 # The layout of what is made: 2 adds DEBIAN/ (see below).
 LAYOUT=2
-stamp=$(printf '%s\n' "$LAYOUT" "$MACHINE" "$MIRROR" "${SUITES[@]}" "${WITH_DEPENDENCIES[@]}" -- "${FILES_ONLY[@]}" |
+stamp=$(printf '%s\n' "$LAYOUT" "$MIRROR" "${SUITES[@]}" "${WITH_DEPENDENCIES[@]}" -- "${FILES_ONLY[@]}" |
     sha256sum | cut -c1-16)
 if [[ -f $SYSROOT/.fpt-sysroot && $(cat "$SYSROOT/.fpt-sysroot") == "$stamp" ]]; then
     echo "$SYSROOT"
