@@ -31,7 +31,7 @@ ARM_MAGIC='\x7fELF\x01\x01\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x02\x00\x28\x
 ARM_MASK='\xff\xff\xff\xff\xff\xff\xff\x00\xff\xff\xff\xff\xff\xff\xff\xff\xfe\xff\xff\xff'
 with_arm_binfmt() {
     # The re-executed program finds the armhf libraries through the prefix.
-    QEMU_LD_PREFIX=$(scripts/armhf-sysroot.sh) unshare --user --map-root-user --mount -- sh -c '
+    QEMU_LD_PREFIX=$("$ROOT/scripts/armhf-sysroot.sh") unshare --user --map-root-user --mount -- sh -c '
         mount -t binfmt_misc binfmt_misc /proc/sys/fs/binfmt_misc &&
         printf "%s\n" ":arm:M::$1:$2:/usr/bin/qemu-arm:F" >/proc/sys/fs/binfmt_misc/register &&
         shift 2 && exec "$@"' with-arm-binfmt "$ARM_MAGIC" "$ARM_MASK" "$@"

@@ -390,20 +390,24 @@ static int flow(char* const* argv) {
         waitPanel(&b, mark, expected);
     }
     size_t screen = screenMark(&b);
-    waitScreen(&b, 0, "(Y)es (N)o :");
+    waitScreen(&b, 0, "Do all of the LEDs light up");
     type(&b, "y");
     /* Calvento lights its own LED, then F1 moves the light on to its own. */
-    waitScreen(&b, screen, "\"Calvento\" Button Test");
+    /* The screen is drawn by differences: only what changed is written. */
+    waitScreen(&b, screen, "Calvento\"");
     size_t mark = b.lineCount;
     screen = screenMark(&b);
     press(&b, 0);
     waitPanel(&b, mark, "L00ffffff");
-    waitScreen(&b, screen, "\"F1\" Button Test");
+    waitScreen(&b, screen, "F1\"");
     mark = b.lineCount;
     press(&b, 1);
     size_t const lit = waitPanel(&b, mark, "L01ffffff");
-    if (lit == mark || strcmp(b.lines[lit - 1], "L00000000") != 0)
-        fail("F1's LED lit without Calvento's going off first");
+    int calventoOff = 0;
+    for (size_t i = mark; i < lit; ++i)
+        calventoOff |= strcmp(b.lines[i], "L00000000") == 0 || strcmp(b.lines[i], "Lff000000") == 0;
+    if (!calventoOff)
+        fail("F1's LED lit while Calvento's stayed on");
     kill(b.program, SIGTERM);
     while (pump(&b, 100))
         ;
