@@ -45,9 +45,8 @@ unit_lane() {
     while read -r tests program; do
         n=$((n + 1))
         [ $((n % 2)) = "$1" ] || continue
-        (cd "${program%/*}" && exec timeout -s KILL 300 "$program" --gtest_brief=1) >$log 2>&1
+        (cd "${program%/*}" && exec timeout -s KILL 300 "$program") >$log 2>&1
         status=$?
-        # Brief output names each failure but counts only what ran and passed.
         ran=$(count ========== $log) passed=$(count '  PASSED  ' $log) skipped=$(count '  SKIPPED ' $log)
         failed=$((${ran:-0} - ${passed:-0} - ${skipped:-0}))
         [ "$status" = 0 ] && [ -z "$skipped" ] || cat $log

@@ -69,8 +69,7 @@ for entry in "${unit_programs[@]}"; do
     program=${entry#* }
     echo "${entry%% *} $program" >>"$WORK/expected"
     for file in "$program" $(strings -n 8 "$program" | grep -o "^$ROOT/[^ \"]*" | sort -u); do
-        # Static libraries named for linking only are not needed to run.
-        if [[ -f $file && $file != *.a ]]; then
+        if [[ -f $file ]]; then
             mkdir -p "$stage${file%/*}"
             cp "$file" "$stage$file"
         fi
