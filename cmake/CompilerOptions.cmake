@@ -1,6 +1,7 @@
 # Warnings and sanitizers apply to everything this project compiles.
-add_compile_options(-Wall -Wextra -Wshadow -Wnon-virtual-dtor -Wcast-align
-                    -Wunused -Woverloaded-virtual -Wformat=2)
+add_compile_options(-Wall -Wextra -Wshadow -Wcast-align -Wunused -Wformat=2
+                    $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>
+                    $<$<COMPILE_LANGUAGE:CXX>:-Woverloaded-virtual>)
 if(FPT_WARNINGS_AS_ERRORS)
   add_compile_options(-Werror)
 endif()

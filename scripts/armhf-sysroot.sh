@@ -4,14 +4,25 @@
 # against and that qemu-user runs the armhf programs in (qemu-arm -L DIR).
 # Prints DIR. Reuses DIR when it is complete for the same package list.
 #
+# armhf-sysroot.sh --machine [DIR]: the same for what the armhf virtual
+# machine boots (scripts/armhf-kernel.sh): Debian 12's armmp kernel with its
+# modules, a static busybox and the terminal descriptions (default DIR:
+# armhf-machine in the cache).
+#
 # Made from the main and updates suites only, with a private apt
 # configuration: the host's dpkg is not touched (no foreign architecture is
 # added), so the armhf libraries never have to match the versions of the
 # host's own (security-suite) ones. The packages are unpacked with dpkg -x.
 set -euo pipefail
 
+MACHINE=0
+if [[ ${1:-} == --machine ]]; then
+    MACHINE=1
+    shift
+fi
 CACHE=${FPT_ARMHF_CACHE:-/var/cache/front_panel_test}
 SYSROOT=${1:-$CACHE/armhf-sysroot}
+((MACHINE == 0)) || SYSROOT=${1:-$CACHE/armhf-machine}
 MIRROR=${FPT_ARMHF_MIRROR:-http://deb.debian.org/debian}
 SUITES=(bookworm bookworm-updates)
 KEYRING=/usr/share/keyrings/debian-archive-keyring.gpg
@@ -27,6 +38,13 @@ WITH_DEPENDENCIES=(
 # rcc exist, although this project runs none of them; their own
 # dependencies (GL, X11, the armhf tool chain) are not needed.
 FILES_ONLY=(qtbase5-dev qtbase5-dev-tools qt5-qmake qt5-qmake-bin)
+# The machine: the kernel's metapackage names the current kernel package,
+# fetched alone (its own dependencies only matter to an installed system).
+KERNEL=linux-image-armmp
+if ((MACHINE)); then
+    WITH_DEPENDENCIES=()
+    FILES_ONLY=(busybox-static ncurses-base "$KERNEL")
+fi
 
 # The layout of what is made: 2 adds DEBIAN/ (see below).
 LAYOUT=2
@@ -54,7 +72,11 @@ fi
 echo "armhf-sysroot: making $SYSROOT from $MIRROR (${SUITES[*]})" >&2
 
 APT=$CACHE/armhf-apt
-mkdir -p "$APT"/{lists/partial,archives/partial,etc/sources.list.d,etc/preferences.d}
+# The machine's packages are kept apart from the root's: each is made from
+# its own.
+ARCHIVES=$APT/archives
+((MACHINE == 0)) || ARCHIVES=$APT/machine-archives
+mkdir -p "$APT"/{lists/partial,archives/partial,etc/sources.list.d,etc/preferences.d} "$ARCHIVES"
 : >"$APT/status"
 for suite in "${SUITES[@]}"; do
     echo "deb [arch=armhf signed-by=$KEYRING] $MIRROR $suite main"
@@ -91,9 +113,16 @@ fetch() {
     fi
 }
 fetch "the armhf package indexes of ${SUITES[*]}" apt-get update
-fetch "armhf packages ${WITH_DEPENDENCIES[*]} and their dependencies" \
-    apt-get install --download-only --yes "${WITH_DEPENDENCIES[@]}"
-(cd "$APT/archives" && fetch "armhf packages ${FILES_ONLY[*]}" apt-get download "${FILES_ONLY[@]}")
+if ((${#WITH_DEPENDENCIES[@]} > 0)); then
+    fetch "armhf packages ${WITH_DEPENDENCIES[*]} and their dependencies" \
+        apt-get install --download-only --yes "${WITH_DEPENDENCIES[@]}"
+fi
+if ((MACHINE)); then
+    kernel=$(apt-cache depends "$KERNEL" | sed -n 's/^ *Depends: \(linux-image-[0-9][^ ]*\)$/\1/p' | head -n1)
+    [[ -n $kernel ]] || fail "$KERNEL names no kernel package"
+    FILES_ONLY=("${FILES_ONLY[@]/#$KERNEL/$kernel}")
+fi
+(cd "$ARCHIVES" && fetch "armhf packages ${FILES_ONLY[*]}" apt-get download "${FILES_ONLY[@]}")
 
 staging=$SYSROOT.new
 rm -rf "$staging"
@@ -103,7 +132,7 @@ mkdir -p "$staging"
 # and versions an instrument needs, as it does from the host's own dpkg.
 mkdir -p "$staging/DEBIAN"
 control=$staging.control
-for deb in "$APT"/archives/*.deb; do
+for deb in "$ARCHIVES"/*.deb; do
     dpkg -x "$deb" "$staging"
     rm -rf "$control"
     dpkg-deb -e "$deb" "$control"
@@ -133,5 +162,5 @@ if [[ -e $SYSROOT ]]; then
 fi
 mv "$staging" "$SYSROOT"
 rm -rf "$SYSROOT.old"
-rm -f "$APT"/archives/*.deb
+rm -f "$ARCHIVES"/*.deb
 echo "$SYSROOT"

@@ -7,7 +7,8 @@
 # test repository come from the host build (default build/release). Closes
 # with "armhf e2e: N passed, N failed" and "armhf: N passed, N failed,
 # N skipped" (the unit tests), also kept in build/armhf/summary; any failure
-# to set up, build, package or run fails the leg.
+# to set up, build, package or run fails the leg. What qemu-user cannot run
+# is run by the kernel leg (scripts/armhf-kernel.sh), on an ARM kernel.
 set -euo pipefail
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
 cd "$ROOT"
@@ -16,13 +17,24 @@ BUILD=build/armhf
 
 # Tests that only a kernel can pass, not qemu-user 7.2: each pattern (a
 # CTest regular expression, unit tests and end-to-end cases alike) is named
-# with the reason, and the tests it matches are counted as skipped.
+# with the reason, and the tests it matches are counted as skipped here.
 QEMU_CANNOT=(
-    "DeathTest\\.|a death test re-executes the test program, and qemu-user cannot execute an ARM program (no binfmt_misc)"
-    "^EventDeviceCommsTest\\.InitializeFailuresAreReported$|qemu-user answers EVIOCGRAB, which it does not know, with ENOSYS where the kernel says ENOTTY"
-    "^CredentialBlockGenerator\\.|QProcess starts children with clone(CLONE_PIDFD), which qemu-user refuses"
-    "^e2e_crash_gives_back_the_terminal$|qemu-user takes a SIGSEGV or SIGFPE sent by kill(2) for a fault of its own and dies of SIGSEGV, so the program's crash handler never runs"
+    "^CredentialBlockGenerator\\.|QProcess starts children with clone(CLONE_PIDFD), which qemu-user refuses; run in the kernel leg"
+    "^e2e_crash_gives_back_the_terminal$|qemu-user takes a SIGSEGV or SIGFPE sent by kill(2) for a fault of its own and dies of SIGSEGV, so the program's crash handler never runs; run in the kernel leg"
 )
+# A death test re-executes its ARM test program. In a user and mount
+# namespace of its own (Linux 6.7 and later) the leg mounts a private
+# binfmt_misc whose "arm" entry hands ARM programs to qemu-arm, opened once
+# (F) so that it is found whatever the namespace; the host's is not touched.
+ARM_MAGIC='\x7fELF\x01\x01\x01\x00\x00\x00\x00\x00\x00\x00\x00\x00\x02\x00\x28\x00'
+ARM_MASK='\xff\xff\xff\xff\xff\xff\xff\x00\xff\xff\xff\xff\xff\xff\xff\xff\xfe\xff\xff\xff'
+with_arm_binfmt() {
+    # The re-executed program finds the armhf libraries through the prefix.
+    QEMU_LD_PREFIX=$("$ROOT/scripts/armhf-sysroot.sh") unshare --user --map-root-user --mount -- sh -c '
+        mount -t binfmt_misc binfmt_misc /proc/sys/fs/binfmt_misc &&
+        printf "%s\n" ":arm:M::$1:$2:/usr/bin/qemu-arm:F" >/proc/sys/fs/binfmt_misc/register &&
+        shift 2 && exec "$@"' with-arm-binfmt "$ARM_MAGIC" "$ARM_MASK" "$@"
+}
 
 fail() {
     echo "armhf: $*" >&2
@@ -49,21 +61,22 @@ for entry in "${QEMU_CANNOT[@]}"; do
 done
 exclude=$(IFS='|' && echo "${excluded[*]}")
 
-# run_ctest LABEL JOBS: runs the label's tests but the excluded ones; sets
-# passed, failed and skipped.
+# run_ctest LABEL JOBS [WRAPPER...]: runs the label's tests but the excluded
+# ones (under WRAPPER); sets passed, failed and skipped.
 status=0
 run_ctest() {
-    local log=$BUILD/armhf-ctest-$1.log summary total
-    skipped=$(cd "$BUILD" && ctest -N -L "^$1\$" -R "$exclude" | grep -c ' Test *#' || true)
-    (cd "$BUILD" && ctest --output-on-failure -j "$2" -L "^$1\$" -E "$exclude") 2>&1 |
+    local log=$BUILD/armhf-ctest-$1.log summary total label=$1 jobs=$2
+    shift 2
+    skipped=$(cd "$BUILD" && ctest -N -L "^$label\$" -R "$exclude" | grep -c ' Test *#' || true)
+    (cd "$BUILD" && "$@" ctest --output-on-failure -j "$jobs" -L "^$label\$" -E "$exclude") 2>&1 |
         tee "$log" || status=1
     summary=$(grep -E '^[0-9]+% tests passed, [0-9]+ tests? failed out of [0-9]+' "$log" || true)
-    [[ -n $summary ]] || fail "ctest ran no $1 test"
+    [[ -n $summary ]] || fail "ctest ran no $label test"
     read -r total failed < <(sed -E 's/.*, ([0-9]+) tests? failed out of ([0-9]+).*/\2 \1/' <<<"$summary")
-    ((total > 0)) || fail "ctest ran no $1 test"
+    ((total > 0)) || fail "ctest ran no $label test"
     passed=$((total - failed))
 }
-run_ctest unit "$(nproc)"
+run_ctest unit "$(nproc)" with_arm_binfmt
 unit="armhf: $passed passed, $failed failed, $skipped skipped"
 # Each case is mostly waiting on qemu and the emulated panel: more run at
 # once than there are cores.

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Installs what is needed, builds, and runs every test: once in the normal
 # build (and makes its Debian package), on armhf under qemu-user (the armhf
-# package's programs), and once more under AddressSanitizer and
-# UndefinedBehaviorSanitizer.
+# package's programs), on armhf once more on the instrument's own 32-bit
+# kernel in a virtual machine (what qemu-user cannot run), and once more
+# under AddressSanitizer and UndefinedBehaviorSanitizer.
 set -euo pipefail
 ROOT=$(cd "$(dirname "$0")/.." && pwd)
 cd "$ROOT"
@@ -17,6 +18,7 @@ scripts/build.sh build/release -DCMAKE_BUILD_TYPE=RelWithDebInfo
 scripts/package.sh "$(dpkg --print-architecture)" build/release || status=1
 rm -f build/armhf/summary
 scripts/armhf.sh build/release || status=1
+scripts/armhf-kernel.sh build/armhf || status=1
 scripts/fuzz.sh 20 || status=1
 
 scripts/build.sh build/asan -DCMAKE_BUILD_TYPE=Debug -DFPT_SANITIZE=ON
