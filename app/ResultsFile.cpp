@@ -1,8 +1,11 @@
 #include "app/ResultsFile.h"
 
+#include <QFileInfo>
+
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+#include <fcntl.h>
 #include <unistd.h>
 
 bool ResultsFile::create(QString const& path) {
@@ -19,6 +22,14 @@ bool ResultsFile::create(QString const& path) {
         std::fflush(stderr);
         return false;
     }
+    // The file's name is on disk only once its folder is synced: without
+    // this, every line's fsync is kept in a file a power cut loses whole.
+    int const folder = ::open(QFile::encodeName(QFileInfo(path).absolutePath()).constData(),
+                              O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    if (folder < 0 || ::fsync(folder) != 0)
+        failed();
+    if (folder >= 0)
+        ::close(folder);
     return true;
 }
 

@@ -238,6 +238,10 @@ bool UploadJournal::append(JournalEntry const& entry, QString* why) const {
     struct stat info {};
     if (!lock.held() || ::fstat(fd.get(), &info) != 0)
         return failed(m_path, why);
+    // A new journal's name goes to disk before its first line: a line synced
+    // into a file that a power cut then loses by name was never recorded.
+    if (created && !syncFolder(m_path, why))
+        return false;
     QByteArray line = entry.toLine();
     char last = '\n';
     if (info.st_size > 0 && ::pread(fd.get(), &last, 1, info.st_size - 1) == 1 && last != '\n')
@@ -251,8 +255,7 @@ bool UploadJournal::append(JournalEntry const& entry, QString* why) const {
         errno = error;
         return failed(m_path, why);
     }
-    // A new journal's name must be on disk too, or a power cut loses it.
-    return !created || syncFolder(m_path, why);
+    return true;
 }
 
 bool UploadJournal::syncToDisk(QString const& path, QString* why) {
