@@ -285,12 +285,12 @@ QByteArray htmlReport(YieldFigures const& figures, Selection const& selection) {
     rows.clear();
     for (auto const& [name, runs] : failing) {
         auto const notRun = figures.notRun.find(name);
-        rows += row({esc(name), QString::number(runs),
+        rows += row({esc(displayName(name)), QString::number(runs),
                      QString::number(notRun == figures.notRun.end() ? 0 : notRun->second)});
     }
     for (auto const& [name, runs] : figures.notRun) {
         if (figures.failures.count(name) == 0) {
-            rows += row({esc(name), QStringLiteral("0"), QString::number(runs)});
+            rows += row({esc(displayName(name)), QStringLiteral("0"), QString::number(runs)});
         }
     }
     if (figures.failures.size() > failing.size()) {

@@ -11,8 +11,8 @@ struct Machine {
     NetrcEntry entry;
 };
 
-// Tokens are separated by blanks and newlines; a token may be quoted,
-// with backslash escapes, as curl reads it.
+// Tokens are separated by blanks and newlines; a token may be quoted, and
+// a backslash takes the next character as it is (a blank in a password).
 std::vector<QString> tokens(QString const& text) {
     std::vector<QString> tokens;
     int i = 0;
@@ -33,6 +33,9 @@ std::vector<QString> tokens(QString const& text) {
             ++i;
         } else {
             for (; i < n && !text.at(i).isSpace(); ++i) {
+                if (text.at(i) == QLatin1Char('\\') && i + 1 < n) {
+                    ++i;
+                }
                 token += text.at(i);
             }
         }

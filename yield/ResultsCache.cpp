@@ -102,10 +102,9 @@ bool ResultsCache::open() {
     if (query.value(0).toInt() != kSchemaVersion) {
         if (!db.transaction() || !query.exec(QStringLiteral("DROP TABLE IF EXISTS asset")) ||
             !query.exec(QStringLiteral(
-                "CREATE TABLE asset (path TEXT PRIMARY KEY, sha1 TEXT NOT NULL, uploader TEXT NOT "
-                "NULL,"
-                " uploader_ip TEXT NOT NULL, readable INTEGER NOT NULL, serial TEXT NOT NULL,"
-                " started TEXT NOT NULL, results TEXT NOT NULL)")) ||
+                "CREATE TABLE asset (path TEXT PRIMARY KEY, sha1 TEXT NOT NULL, uploader TEXT,"
+                " uploader_ip TEXT, readable INTEGER NOT NULL, serial TEXT, started TEXT, results "
+                "TEXT)")) ||
             !query.exec(QStringLiteral("PRAGMA user_version=%1").arg(kSchemaVersion)) ||
             !db.commit()) {
             QString const reason = query.lastError().text();

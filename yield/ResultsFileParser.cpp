@@ -14,7 +14,8 @@ QString const kSerialPrefix = QStringLiteral("Serial No: ");
 // blank fewer, so the separator does not follow the seventh character and
 // the line is not taken for a result.
 bool parseResultLine(QString const& line, ResultLine& result) {
-    if (line.size() < 11 || line.midRef(7, 3) != QLatin1String(" - ")) {
+    // The shaft encoder test has no name: its line ends after the separator.
+    if (line.size() < 10 || line.midRef(7, 3) != QLatin1String(" - ")) {
         return false;
     }
     QStringRef const state = line.leftRef(7);

@@ -14,6 +14,10 @@ QString yieldText(Yield const& yield) {
         .arg(yield.boards);
 }
 
+QString displayName(QString const& name) {
+    return name.isEmpty() ? QStringLiteral("(test without a name)") : name;
+}
+
 std::vector<std::pair<QString, int>> mostFailing(YieldFigures const& figures, std::size_t count) {
     std::vector<std::pair<QString, int>> tests(figures.failures.begin(), figures.failures.end());
     std::stable_sort(tests.begin(), tests.end(),
@@ -35,7 +39,7 @@ QString summaryText(YieldFigures const& figures) {
     text += QStringLiteral("Final yield: %1\n").arg(yieldText(figures.final));
     QStringList failing;
     for (auto const& [name, runs] : mostFailing(figures, 3)) {
-        failing.append(QStringLiteral("%1 (%2 runs)").arg(name).arg(runs));
+        failing.append(QStringLiteral("%1 (%2 runs)").arg(displayName(name)).arg(runs));
     }
     text +=
         QStringLiteral("Most failing tests: %1\n")
