@@ -142,8 +142,8 @@ QString paretoChart(std::vector<std::pair<QString, int>> const& tests) {
         double const x = kLeft + slot * i;
         svg += bar(x + slot * 0.15, slot * 0.7, baseline, static_cast<double>(height) * runs / top,
                    QStringLiteral("fail"),
-                   QStringLiteral("%1: failed in %2 runs").arg(name).arg(runs));
-        svg += label(x + slot * 0.5, baseline + 14, name, true);
+                   QStringLiteral("%1: failed in %2 runs").arg(displayName(name)).arg(runs));
+        svg += label(x + slot * 0.5, baseline + 14, displayName(name), true);
         cumulative += runs;
         points.append(QStringLiteral("%1,%2")
                           .arg(num(x + slot * 0.5))
