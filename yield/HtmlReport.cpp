@@ -288,10 +288,15 @@ QByteArray htmlReport(YieldFigures const& figures, Selection const& selection) {
         rows += row({esc(displayName(name)), QString::number(runs),
                      QString::number(notRun == figures.notRun.end() ? 0 : notRun->second)});
     }
+    std::size_t notRunOnly = 0;
     for (auto const& [name, runs] : figures.notRun) {
-        if (figures.failures.count(name) == 0) {
+        if (figures.failures.count(name) == 0 && notRunOnly++ < kMostTests) {
             rows += row({esc(displayName(name)), QStringLiteral("0"), QString::number(runs)});
         }
+    }
+    if (notRunOnly > kMostTests) {
+        rows += row({QStringLiteral("%1 more tests not run").arg(notRunOnly - kMostTests),
+                     QString(), QString()});
     }
     if (figures.failures.size() > failing.size()) {
         rows += row({QStringLiteral("%1 more tests").arg(figures.failures.size() - failing.size()),
