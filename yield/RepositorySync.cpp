@@ -109,7 +109,7 @@ SyncOutcome RepositorySync::run() {
     if (failed) {
         return outcome;
     }
-    if (!cache_.reconcile(listed)) {
+    if (!cache_.reconcile(listed, cached)) {
         outcome.error = QStringLiteral("cache %1").arg(cache_.error());
         return outcome;
     }

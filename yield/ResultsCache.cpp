@@ -151,9 +151,9 @@ bool ResultsCache::store(Asset const& asset, QString const& contentSha1,
     return true;
 }
 
-bool ResultsCache::reconcile(std::vector<Asset> const& listed) {
+bool ResultsCache::reconcile(std::vector<Asset> const& listed,
+                             QHash<QString, CachedAsset> const& cached) {
     QSqlDatabase db = QSqlDatabase::database(connection_);
-    QHash<QString, CachedAsset> const cached = assets();
     QSet<QString> present;
     present.reserve(listed.size());
     if (!db.transaction()) {

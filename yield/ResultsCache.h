@@ -48,7 +48,8 @@ public:
     bool store(Asset const& asset, QString const& contentSha1, ParsedResultsFile const& parsed);
     // Once the whole listing is read: forget what the repository no longer
     // holds and take up the listing's uploader names and addresses.
-    bool reconcile(std::vector<Asset> const& listed);
+    // cached is what assets() gave before this run's downloads.
+    bool reconcile(std::vector<Asset> const& listed, QHash<QString, CachedAsset> const& cached);
     std::vector<CachedRun> runs();
 
 private:
