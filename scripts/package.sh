@@ -5,6 +5,8 @@
 # Debian packages from them in BUILD-DIR/package/:
 #   front-panel-test_VERSION_ARCH.deb        the programs, stripped, and their manual pages
 #   front-panel-test-dbgsym_VERSION_ARCH.deb  their debug information
+# and for amd64 also the engineer's workstation program, front_panel_yield:
+#   front-panel-yield_VERSION_amd64.deb, front-panel-yield-dbgsym_VERSION_amd64.deb
 # Every file of both is then scanned for a trace of the credential
 # (scripts/scan-shipped.py) and the package checked by lintian; either
 # finding anything fails the command.
@@ -30,6 +32,12 @@ fail() {
 
 "$ROOT/scripts/setup.sh" --build-only
 export FPT_BUILD_TARGETS="front_panel_test front_panel_upload"
+# The yield report is for the engineers' amd64 workstations only.
+debs=(front-panel-test)
+if [[ $ARCH == amd64 ]]; then
+    FPT_BUILD_TARGETS+=" front_panel_yield"
+    debs+=(front-panel-yield)
+fi
 sysroot=
 if [[ $ARCH == "$(dpkg --print-architecture)" ]]; then
     "$ROOT/scripts/build.sh" "$BUILD_DIR" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@"
@@ -85,13 +93,20 @@ gnu_type=$(dpkg-architecture -a"$ARCH" -qDEB_HOST_GNU_TYPE 2>/dev/null)
     tail -n 30 "$out/dpkg-buildpackage.log" >&2
     fail "dpkg-buildpackage failed, see $out/dpkg-buildpackage.log"
 }
-deb=$out/front-panel-test_${version}_$ARCH.deb
-dbgsym=$out/front-panel-test-dbgsym_${version}_$ARCH.deb
-[[ -f $deb && -f $dbgsym ]] || fail "dpkg-buildpackage made no $deb and $dbgsym"
+shipped=()
+for name in "${debs[@]}"; do
+    deb=$out/${name}_${version}_$ARCH.deb
+    dbgsym=$out/${name}-dbgsym_${version}_$ARCH.deb
+    [[ -f $deb && -f $dbgsym ]] || fail "dpkg-buildpackage made no $deb and $dbgsym"
+    shipped+=("$deb" "$dbgsym")
+done
 
 "$ROOT/scripts/scan-shipped.py" --provisioned "$BUILD_DIR/upload/generated/NexusProvisioned.inc" \
-    --credential "$(cached FPT_NEXUS_CREDENTIAL_IN_USE)" "$deb" "$dbgsym" ||
+    --credential "$(cached FPT_NEXUS_CREDENTIAL_IN_USE)" "${shipped[@]}" ||
     fail "a package holds a trace of the credential"
-# The -dbgsym package is debhelper's own work and never goes on an instrument.
-lintian --fail-on error,warning "$deb" || fail "lintian found fault with $deb"
-echo "package: $deb"
+# The -dbgsym packages are debhelper's own work and never go on an instrument.
+for name in "${debs[@]}"; do
+    deb=$out/${name}_${version}_$ARCH.deb
+    lintian --fail-on error,warning "$deb" || fail "lintian found fault with $deb"
+    echo "package: $deb"
+done

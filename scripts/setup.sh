@@ -15,6 +15,8 @@ fi
 PACKAGES=(
     build-essential cmake ninja-build pkg-config git ccache
     qtbase5-dev libqt5network5
+    # front_panel_yield's cache (Qt's SQLite driver is a plugin, loaded at run time)
+    libqt5sql5-sqlite
     libspdlog-dev libfmt-dev
     libssl-dev openssl ca-certificates
     libncurses-dev

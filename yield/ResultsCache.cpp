@@ -1,0 +1,223 @@
+#include "yield/ResultsCache.h"
+
+#include <QDir>
+#include <QSqlDatabase>
+#include <QSqlError>
+#include <QSqlQuery>
+#include <QVariant>
+
+#include <QSet>
+
+#include <atomic>
+
+namespace yield {
+namespace {
+
+// Bumped when the table's meaning changes: an older cache is emptied and
+// filled again from the repository rather than misread.
+constexpr int kSchemaVersion = 1;
+
+QString newConnectionName() {
+    static std::atomic<int> counter{0};
+    return QStringLiteral("front_panel_yield_cache_%1").arg(counter++);
+}
+
+QString encodeResults(std::vector<ResultLine> const& results) {
+    QString text;
+    for (ResultLine const& line : results) {
+        text += QLatin1Char(outcomeLetter(line.outcome));
+        text += line.name;
+        text += QLatin1Char('\n');
+    }
+    return text;
+}
+
+// A year of a busy line holds a million and more result lines but only a
+// few dozen test names: every line shares its name's one copy (names).
+std::vector<ResultLine> decodeResults(QString const& text, QSet<QString>& names) {
+    std::vector<ResultLine> results;
+    for (QStringRef const& line : text.splitRef(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+        ResultLine result;
+        if (outcomeFromLetter(line.at(0).toLatin1(), result.outcome)) {
+            QString const name = line.mid(1).toString();
+            auto known = names.constFind(name);
+            if (known == names.constEnd()) {
+                known = names.insert(name);
+            }
+            result.name = *known;
+            results.push_back(std::move(result));
+        }
+    }
+    return results;
+}
+
+} // namespace
+
+ResultsCache::ResultsCache(QString directory)
+    : directory_(std::move(directory)), connection_(newConnectionName()) {}
+
+ResultsCache::~ResultsCache() {
+    {
+        QSqlDatabase db = QSqlDatabase::database(connection_, false);
+        if (db.isOpen()) {
+            db.close();
+        }
+    }
+    QSqlDatabase::removeDatabase(connection_);
+}
+
+QString ResultsCache::filePath() const {
+    return QDir(directory_).filePath(QStringLiteral("cache.sqlite"));
+}
+
+bool ResultsCache::fail(QString const& what) {
+    error_ = what;
+    return false;
+}
+
+bool ResultsCache::open() {
+    if (!QDir().mkpath(directory_)) {
+        return fail(QStringLiteral("cannot make the folder %1").arg(directory_));
+    }
+    if (!QSqlDatabase::isDriverAvailable(QStringLiteral("QSQLITE"))) {
+        return fail(QStringLiteral("Qt's SQLite driver is not installed (libqt5sql5-sqlite)"));
+    }
+    QSqlDatabase db = QSqlDatabase::addDatabase(QStringLiteral("QSQLITE"), connection_);
+    db.setDatabaseName(filePath());
+    if (!db.open()) {
+        return fail(QStringLiteral("%1: %2").arg(filePath(), db.lastError().text()));
+    }
+    QSqlQuery query(db);
+    // Write-ahead logging keeps every commit whole across a kill or a
+    // power cut; NORMAL may lose the last commits then, which only costs
+    // their downloads again.
+    for (char const* statement : {"PRAGMA journal_mode=WAL", "PRAGMA synchronous=NORMAL"}) {
+        if (!query.exec(QLatin1String(statement))) {
+            return fail(QStringLiteral("%1: %2").arg(filePath(), query.lastError().text()));
+        }
+    }
+    if (!query.exec(QStringLiteral("PRAGMA user_version")) || !query.next()) {
+        return fail(QStringLiteral("%1: %2").arg(filePath(), query.lastError().text()));
+    }
+    if (query.value(0).toInt() != kSchemaVersion) {
+        if (!db.transaction() || !query.exec(QStringLiteral("DROP TABLE IF EXISTS asset")) ||
+            !query.exec(QStringLiteral(
+                "CREATE TABLE asset (path TEXT PRIMARY KEY, sha1 TEXT NOT NULL, uploader TEXT,"
+                " uploader_ip TEXT, readable INTEGER NOT NULL, serial TEXT, started TEXT, results "
+                "TEXT)")) ||
+            !query.exec(QStringLiteral("PRAGMA user_version=%1").arg(kSchemaVersion)) ||
+            !db.commit()) {
+            QString const reason = query.lastError().text();
+            db.rollback();
+            return fail(QStringLiteral("%1: %2").arg(filePath(), reason));
+        }
+    }
+    return true;
+}
+
+QHash<QString, CachedAsset> ResultsCache::assets() {
+    QHash<QString, CachedAsset> assets;
+    QSqlQuery query(QSqlDatabase::database(connection_));
+    query.setForwardOnly(true);
+    if (query.exec(QStringLiteral("SELECT path, sha1, uploader, uploader_ip FROM asset"))) {
+        while (query.next()) {
+            assets.insert(query.value(0).toString(),
+                          CachedAsset{query.value(1).toString(), query.value(2).toString(),
+                                      query.value(3).toString()});
+        }
+    }
+    return assets;
+}
+
+bool ResultsCache::store(Asset const& asset, QString const& contentSha1,
+                         ParsedResultsFile const& parsed) {
+    // A single statement is a transaction of its own in SQLite: the sha1 is
+    // never recorded without the parse result of the same bytes.
+    QSqlQuery query(QSqlDatabase::database(connection_));
+    query.prepare(QStringLiteral("INSERT OR REPLACE INTO asset (path, sha1, uploader, uploader_ip, "
+                                 "readable, serial, started,"
+                                 " results) VALUES (?, ?, ?, ?, ?, ?, ?, ?)"));
+    query.addBindValue(asset.path);
+    query.addBindValue(contentSha1);
+    query.addBindValue(asset.uploader);
+    query.addBindValue(asset.uploaderIp);
+    query.addBindValue(parsed.readable ? 1 : 0);
+    query.addBindValue(parsed.serial);
+    query.addBindValue(parsed.started);
+    query.addBindValue(encodeResults(parsed.results));
+    if (!query.exec()) {
+        return fail(QStringLiteral("%1: %2").arg(filePath(), query.lastError().text()));
+    }
+    return true;
+}
+
+bool ResultsCache::reconcile(std::vector<Asset> const& listed,
+                             QHash<QString, CachedAsset> const& cached) {
+    QSqlDatabase db = QSqlDatabase::database(connection_);
+    QSet<QString> present;
+    present.reserve(listed.size());
+    if (!db.transaction()) {
+        return fail(QStringLiteral("%1: %2").arg(filePath(), db.lastError().text()));
+    }
+    QSqlQuery update(db);
+    update.prepare(QStringLiteral("UPDATE asset SET uploader = ?, uploader_ip = ? WHERE path = ?"));
+    for (Asset const& asset : listed) {
+        present.insert(asset.path);
+        auto const found = cached.find(asset.path);
+        if (found == cached.end() ||
+            (found->uploader == asset.uploader && found->uploaderIp == asset.uploaderIp)) {
+            continue;
+        }
+        update.addBindValue(asset.uploader);
+        update.addBindValue(asset.uploaderIp);
+        update.addBindValue(asset.path);
+        if (!update.exec()) {
+            QString const reason = update.lastError().text();
+            db.rollback();
+            return fail(QStringLiteral("%1: %2").arg(filePath(), reason));
+        }
+    }
+    QSqlQuery remove(db);
+    remove.prepare(QStringLiteral("DELETE FROM asset WHERE path = ?"));
+    for (auto it = cached.begin(); it != cached.end(); ++it) {
+        if (present.contains(it.key())) {
+            continue;
+        }
+        remove.addBindValue(it.key());
+        if (!remove.exec()) {
+            QString const reason = remove.lastError().text();
+            db.rollback();
+            return fail(QStringLiteral("%1: %2").arg(filePath(), reason));
+        }
+    }
+    if (!db.commit()) {
+        return fail(QStringLiteral("%1: %2").arg(filePath(), db.lastError().text()));
+    }
+    return true;
+}
+
+std::vector<CachedRun> ResultsCache::runs() {
+    std::vector<CachedRun> runs;
+    QSqlQuery query(QSqlDatabase::database(connection_));
+    query.setForwardOnly(true);
+    if (!query.exec(QStringLiteral("SELECT path, uploader, uploader_ip, readable, serial, started,"
+                                   " results FROM asset"))) {
+        fail(QStringLiteral("%1: %2").arg(filePath(), query.lastError().text()));
+        return runs;
+    }
+    QSet<QString> names;
+    while (query.next()) {
+        CachedRun run;
+        run.path = query.value(0).toString();
+        run.uploader = query.value(1).toString();
+        run.uploaderIp = query.value(2).toString();
+        run.parsed.readable = query.value(3).toInt() != 0;
+        run.parsed.serial = query.value(4).toString();
+        run.parsed.started = query.value(5).toString();
+        run.parsed.results = decodeResults(query.value(6).toString(), names);
+        runs.push_back(std::move(run));
+    }
+    return runs;
+}
+
+} // namespace yield
