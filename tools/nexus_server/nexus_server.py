@@ -44,8 +44,8 @@ store the asset and N ms more to answer (a client can die at either);
 --cut-after-pages K serves K pages of the assets listing, then drops every
 connection without an answer, as a network gone mid-listing does. Every request is appended to
 --record-file as one JSON line (method, path, query, the user name, the headers
-but Authorization, body, parts with their headers and bodies, status) before
-it is answered.
+but Authorization, body, parts with their headers and bodies, status, time)
+before it is answered.
 
 Once listening it prints "nexus_server: listening on https://HOST:PORT" on
 standard output (useful with --port 0).
@@ -266,6 +266,7 @@ class Handler(BaseHTTPRequestHandler):
                 for part in parts
             ],
             "status": status,
+            "time": time.time(),
         }
         self.server.write_record(entry)
 
