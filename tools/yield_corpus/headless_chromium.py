@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 """Opens a page in Debian's chromium, headless, and tells what it showed.
 
-usage: headless_chromium.py PAGE [--png FILE] [--scale S] [--width PX]
+usage: headless_chromium.py PAGE [--png FILE] [--scale S] [--width PX] [--height PX]
 
 Writes the whole page's screenshot to FILE and prints each console error
 and uncaught exception of the page, one a line; exits 1 when there was any.
@@ -135,9 +135,9 @@ class Browser:
         while not any(event.get("method") == method for event in self.events):
             self.events.append(self.receive())
 
-    def render(self, url, scale=1.0, width=1200):
-        """The whole page's screenshot (PNG) at SCALE, and its console's
-        errors and uncaught exceptions."""
+    def render(self, url, scale=1.0, width=1200, height=8000):
+        """The page's screenshot (PNG, at most HEIGHT pixels of it from the
+        top) at SCALE, and its console's errors and uncaught exceptions."""
         target = self.send("Target.createTarget", {"url": "about:blank"})["targetId"]
         session = self.send("Target.attachToTarget", {"targetId": target, "flatten": True})["sessionId"]
         for domain in ("Runtime", "Log", "Page"):
@@ -151,7 +151,7 @@ class Browser:
         shot = self.send("Page.captureScreenshot",
                          {"format": "png", "captureBeyondViewport": True,
                           "clip": {"x": 0, "y": 0, "width": size["width"],
-                                   "height": min(size["height"], 8000), "scale": scale}},
+                                   "height": min(size["height"], height), "scale": scale}},
                          session)
         errors = []
         for event in self.events:
@@ -172,11 +172,12 @@ def main(argv=None):
     parser.add_argument("--png", default="")
     parser.add_argument("--scale", type=float, default=1.0)
     parser.add_argument("--width", type=int, default=1200)
+    parser.add_argument("--height", type=int, default=8000, help="at most this much of the page")
     args = parser.parse_args(argv)
     with tempfile.TemporaryDirectory(prefix="chromium-profile-") as profile:
         with Browser(profile) as browser:
             shot, errors = browser.render("file://" + os.path.abspath(args.page), args.scale,
-                                          args.width)
+                                          args.width, args.height)
     if args.png:
         with open(args.png, "wb") as out:
             out.write(shot)
