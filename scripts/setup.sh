@@ -27,6 +27,8 @@ PACKAGES=(
     dpkg-dev debhelper lintian
     # the emulated instrument and the end-to-end tests
     libfuse3-dev fuse3 bubblewrap tmux python3 util-linux procps iproute2
+    # the yield report's page, opened headless by its tests
+    chromium
     "$@"
 )
 

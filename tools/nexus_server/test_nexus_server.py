@@ -3,6 +3,7 @@
 
 import base64
 import http.client
+import json
 import os
 import ssl
 import subprocess
@@ -15,6 +16,7 @@ import nexus_server  # beside this file, so on the path
 HERE = os.path.dirname(os.path.abspath(__file__))
 
 CREDENTIAL = b"fpt-upload:" + b"s3cret" * 16
+READER = b"fpt-yield:r3ad"
 
 
 def form(directory, asset=True):
@@ -36,7 +38,7 @@ class ServerTest(unittest.TestCase):
         context.load_cert_chain(os.path.join(work.name, "server.crt"),
                                 os.path.join(work.name, "server.key"))
         server = nexus_server.RepositoryServer(("127.0.0.1", 0), context, CREDENTIAL,
-                                               self.storage, self.records, "normal")
+                                               self.storage, self.records, "normal", READER)
         threading.Thread(target=server.serve_forever, daemon=True).start()
         self.addCleanup(lambda: (server.shutdown(), server.server_close()))
         self.client = ssl.create_default_context(cafile=os.path.join(work.name, "ca.crt"))
@@ -49,6 +51,13 @@ class ServerTest(unittest.TestCase):
         connection.request("POST", "/service/rest/v1/components?repository="
                            "vy_production_artifacts", body=body, headers=headers)
         return connection.getresponse().status
+
+    def get(self, target, credential=READER):
+        connection = http.client.HTTPSConnection("localhost", self.port, context=self.client)
+        connection.request("GET", target,
+                           headers={"Authorization": b"Basic " + base64.b64encode(credential)})
+        response = connection.getresponse()
+        return response.status, response.read()
 
     def test_stores_under_the_normalised_directory_and_records_no_credential(self):
         self.assertEqual(self.post(form(b"/CV084//front_panel_test/")), 204)
@@ -69,6 +78,27 @@ class ServerTest(unittest.TestCase):
                 self.assertEqual(self.post(body, credential), status)
         self.assertFalse(os.path.exists(self.storage))
 
+    def test_accounts_kept_apart_and_a_listing_between_uploads_lists_each_asset_once(self):
+        listing = "/service/rest/v1/assets?repository=vy_production_artifacts"
+        self.assertEqual(self.post(form(b"/CV084/"), READER), 403)
+        self.assertEqual(self.get(listing, CREDENTIAL)[0], 403)
+        for n in range(150):
+            self.assertEqual(self.post(form(b"/CV084/%d/" % n)), 204)
+        status, body = self.get(listing)
+        first = json.loads(body)
+        self.assertEqual((status, len(first["items"])), (200, 100))
+        self.assertEqual(self.post(form(b"/CV084/late/")), 204)
+        rest = json.loads(self.get(listing + "&continuationToken=" + first["continuationToken"])[1])
+        self.assertIsNone(rest["continuationToken"])
+        paths = [item["path"].lstrip("/") for item in first["items"] + rest["items"]]
+        self.assertEqual(len(paths), len(set(paths)))
+        self.assertTrue({"CV084/%d/r.txt" % n for n in range(150)} <= set(paths))
+        self.assertNotEqual(paths, sorted(paths))
+        item = first["items"][0]
+        self.assertEqual(self.get(item["downloadUrl"].partition(str(self.port))[2]),
+                         (200, b"one\r\ntwo\n\x00\xff"))
+        self.assertEqual((item["checksum"]["sha1"], item["uploader"], item["uploaderIp"]),
+                         ("7d9bf2bd4cd0fc35235be772a7b797ec901914ec", "fpt-upload", "127.0.0.1"))
 
 if __name__ == "__main__":
     unittest.main()
