@@ -8,6 +8,7 @@
 #include <QString>
 #include <cstdint>
 #include <deque>
+#include <vector>
 
 class FrontPanelComms {
 public:
@@ -50,6 +51,12 @@ public:
     QString devicePath;
 
 private:
-    // The rest of a command that the line took only in part (see sendLine).
+    // Puts what is owed on the line, waiting at most timeoutMs for room; true
+    // when nothing is owed any more.
+    bool sendOwed(int timeoutMs);
+
+    // The rest of a command that the line took only in part (see sendOwed).
     QByteArray unsentTail;
+    // Whole commands the line has not taken yet, in order.
+    std::vector<QByteArray> unsentCommands;
 };

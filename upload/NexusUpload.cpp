@@ -15,10 +15,12 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
+#include <QSocketNotifier>
 #include <QTimer>
 #include <QUrl>
 
 #include <openssl/crypto.h>
+#include <poll.h>
 
 #include "upload/CredentialCipher.h"
 #include "upload/Provisioning.h"
@@ -30,6 +32,8 @@ namespace {
 // tick bounds the sleep so that the time-out is noticed even when the server
 // sends nothing at all.
 constexpr int kWaitTickMs = 50;
+
+int g_stopFd = -1;
 
 // Zeroes a buffer when it is released, provided nothing shares it by then:
 // Qt copies header values by sharing, and writing to a shared QByteArray would
@@ -60,6 +64,15 @@ NexusUpload::~NexusUpload() {
     wipeKeys();
 }
 
+void NexusUpload::setStopDescriptor(int fd) {
+    g_stopFd = fd;
+}
+
+bool NexusUpload::stopRequested() {
+    pollfd stop{g_stopFd, POLLIN, 0};
+    return g_stopFd >= 0 && ::poll(&stop, 1, 0) == 1;
+}
+
 void NexusUpload::createKeys() {
     nexus::Provisioned const provisioned;
     nexus::deriveKeyMaterial(provisioned.keySeed(), provisioned.keyDiscard(), key, iv);
@@ -73,7 +86,7 @@ void NexusUpload::wipeKeys() {
 bool NexusUpload::upload(QByteArray const& credential, QString const& address,
                          QString const& filePath, QString const& targetDir) {
     createKeys();
-    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    for (int attempt = 0; attempt < kAttempts && !stopRequested(); ++attempt) {
         bool succeeded = false;
         try {
             succeeded = uploadSingleTry(credential, address, filePath, targetDir);
@@ -158,10 +171,21 @@ bool NexusUpload::uploadSingleTry(QByteArray const& credential, QString const& a
 
     QTimer tick;
     tick.start(kWaitTickMs);
+    // Wakes the wait the moment the program is told to end.
+    std::unique_ptr<QSocketNotifier> stop;
+    if (g_stopFd >= 0)
+        stop = std::make_unique<QSocketNotifier>(g_stopFd, QSocketNotifier::Read);
     QElapsedTimer timer;
     timer.start();
     while (!reply->isFinished()) {
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+        if (reply->isFinished())
+            break; // an answer that came with the stop still counts
+        if (stopRequested()) {
+            qDebug() << "nexusUpload() interrupted.";
+            reply->abort();
+            return false;
+        }
         if (timer.elapsed() >= kReplyTimeoutMs) {
             qDebug() << "nexusUpload() upload timeout.";
             reply->abort();

@@ -32,6 +32,14 @@ public:
     bool uploadSingleTry(QByteArray const& credential, QString const& address,
                          QString const& filePath, QString const& targetDir);
 
+    // A descriptor that turns readable when the program must end (its
+    // termination signal's self-pipe): no further try is made, and a try in
+    // flight is abandoned at once, so the caller can leave the file pending.
+    // -1, the default: none. One per process, as signals are.
+    static void setStopDescriptor(int fd);
+    // Whether that descriptor is readable now.
+    static bool stopRequested();
+
     // Derives key and IV from the provisioned seed and discard count.
     void createKeys();
     // Zeroes key and IV.

@@ -4,6 +4,7 @@ Each case runs in a fresh emulated instrument without the self-test image."""
 
 import glob
 import os
+import pathlib
 import resource
 import signal
 import subprocess
@@ -110,6 +111,20 @@ class WriteFaults(unittest.TestCase):
                     os.unlink(kit.FILLER)
                 st.close()
 
+# The operator's shell shows the terminal's mode once the program has ended.
+STTY_AFTER = "; s=\\$?; stty -a; (exit \\$s)"
+
+
+def given_back(test, st):
+    """The shell's own screen, keypad and terminal mode are back; the screen."""
+    pane = subprocess.run(TMUX + ["display", "-p", "-t", "fpt", "#{alternate_on} #{keypad_flag}"],
+                          check=True, capture_output=True, text=True).stdout.split()
+    test.assertEqual(pane, ["0", "0"])
+    text = "\n".join(st.screen())
+    test.assertTrue({"icanon", "echo"} <= set(text.split()), text)
+    return text
+
+
 class CrashWhileScreenUp(unittest.TestCase):
     """The shell gets its screen and terminal mode back, then what the program
     held back, and the signal ends the program."""
@@ -118,9 +133,9 @@ class CrashWhileScreenUp(unittest.TestCase):
         resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
         program = os.environ["FPT_PROGRAM"]
         self.addCleanup(os.environ.__setitem__, "FPT_PROGRAM", program)
-        # The shell shows the terminal's mode once the program has ended.
-        os.environ["FPT_PROGRAM"] = f"{program}; s=\\$?; stty -a; (exit \\$s)"
-        for crash in (signal.SIGABRT, signal.SIGSEGV, signal.SIGBUS, signal.SIGFPE):
+        os.environ["FPT_PROGRAM"] = program + STTY_AFTER
+        for crash in (signal.SIGABRT, signal.SIGSEGV, signal.SIGBUS, signal.SIGFPE,
+                      signal.SIGQUIT, signal.SIGILL, signal.SIGTRAP, signal.SIGSYS):
             with self.subTest(signal=crash.name):
                 st = Station()
                 self.addCleanup(st.close)
@@ -134,14 +149,79 @@ class CrashWhileScreenUp(unittest.TestCase):
                 os.kill(pid, crash)
                 os.kill(pid, signal.SIGCONT)
                 self.assertEqual(st.wait_exit(), 128 + crash)
-                pane = subprocess.run(TMUX + ["display", "-p", "-t", "fpt",
-                                              "#{alternate_on} #{keypad_flag}"], check=True,
-                                      capture_output=True, text=True).stdout.split()
-                self.assertEqual(pane, ["0", "0"])
-                text = "\n".join(st.screen())
+                text = given_back(self, st)
                 self.assertLess(text.index("last words"), text.index("speed "))
-                self.assertTrue({"icanon", "echo"} <= set(text.split()), text)
                 st.close()
+
+
+class ShellStation(kit.QuickStation):
+    """A QuickStation whose command (-x included) is all in FPT_PROGRAM."""
+
+    def __init__(self):
+        Station.__init__(self, timeout=30)
+
+
+class EndedBySignal(unittest.TestCase):
+    """SIGINT, SIGTERM and SIGHUP at each stage of a run end the program by
+    that signal, soon, with the terminal given back, only whole lines in the
+    results and an upload that did not finish pending in the journal. The
+    repository takes every request and never answers."""
+
+    # Each signal on the screen and after it; all three during the upload.
+    CASES = [(signal.SIGINT, "serial"), (signal.SIGTERM, "test"), (signal.SIGHUP, "menu"),
+             (signal.SIGHUP, "results"), (signal.SIGINT, "upload"), (signal.SIGTERM, "upload"),
+             (signal.SIGHUP, "upload")]
+
+    def test_signal_at_each_moment(self):
+        program = os.environ["FPT_PROGRAM"]
+        self.addCleanup(os.environ.__setitem__, "FPT_PROGRAM", program)
+        for sig, moment in self.CASES:
+            with self.subTest(signal=sig.name, moment=moment):
+                # A disk slow to sync, so that the signal lands among the result lines.
+                slow = kit.slow_sync(200) if moment == "results" else ""
+                os.environ["FPT_PROGRAM"] = f"{slow}{program} -x{STTY_AFTER}"
+                self.end_by_signal(sig, moment, f"S{sig:d}{moment}")
+
+    def end_by_signal(self, sig, moment, serial):
+        st = ShellStation()
+        self.addCleanup(st.close)
+        sent = len(kit.received())
+        if moment == "serial":
+            st.wait_row(14, " " * 10 + "Enter CV084 PCB Serial No:")
+        elif moment == "test":
+            st.enter_serial(serial)
+            st.wait_for(kit.PLAN[0], row=0)
+        else:
+            st.to_menu(serial)
+        uploading = moment in ("results", "upload")
+        if uploading:
+            st.type("u")
+            [path] = glob.glob(f"{kit.RESULTS_DIR}/front_panel_test_{serial}-*.txt")
+            if moment == "results":
+                line = f"Not Run - {kit.PLAN[0]}\n".encode()
+                st.wait_until(lambda: line in pathlib.Path(path).read_bytes(),
+                              "first result line written")
+            else:
+                st.wait_until(lambda: len(kit.received()) > sent, "the first try sent")
+        os.kill(st.program_pid(), sig)
+        self.assertEqual(st.wait_exit(timeout=5), 128 + sig)
+        given_back(self, st)
+        files = glob.glob(f"{kit.RESULTS_DIR}/front_panel_test_{serial}-*.txt")
+        self.assertEqual(len(files), 0 if moment == "serial" else 1)
+        events = [r[0] for r in kit.journal_records() if files and r[3] == files[0]]
+        if uploading:  # the whole results, pending; no further try
+            self.assertEqual(read_results(path), results_lines(serial)[:5] + [
+                f"Not Run - {name}" for name in kit.PLAN])
+            self.assertEqual(events, ["requested"])
+            self.assertEqual(len(kit.received()), sent + (moment == "upload"))
+            self.assertIn(f"Upload interrupted by signal {sig:d} ({signal.strsignal(sig)})\n"
+                          f"The results stay in {path}; send them later with: "
+                          f"front_panel_upload {path}\n", st.text())
+        elif files:
+            self.assertEqual(read_results(files[0]), results_lines(serial)[:5])
+            self.assertEqual(events, [])
+        st.close()
+
 
 if __name__ == "__main__":
     unittest.main()
