@@ -154,6 +154,15 @@ def quit_run(emu):
     emu.close()
 
 
+def to_first_test(serial):
+    """Enters and confirms the serial number; the first test is then up."""
+    tmux("send-keys", "-t", "b", "-l", serial)
+    tmux("send-keys", "-t", "b", "Enter")
+    wait_text(f'You Entered "{serial}"')
+    tmux("send-keys", "-t", "b", "-l", "y")
+    wait_text("Shaft Encoder Tests")
+
+
 def signal_ends(program, runs):
     """For each run: (U)pload at once, then SIGTERM once the first try has
     been in flight for a moment; the ms from the signal to the program gone."""
@@ -161,11 +170,7 @@ def signal_ends(program, runs):
     for run in range(runs):
         start(program, 100 + run)
         wait_text("Enter CV084 PCB Serial No:")
-        tmux("send-keys", "-t", "b", "-l", "SIG1")
-        tmux("send-keys", "-t", "b", "Enter")
-        wait_text('You Entered "SIG1"')
-        tmux("send-keys", "-t", "b", "-l", "y")
-        wait_text("Shaft Encoder Tests")
+        to_first_test("SIG1")
         tmux("send-keys", "-t", "b", "-l", "m")
         wait_text("Selection, (Q)uit")
         pid = program_pid()
@@ -196,11 +201,7 @@ def soak(args):
     before the next: a soak of its steady state, not of the emulator's queue."""
     start(args.program, 0)
     wait_text("Enter CV084 PCB Serial No:")
-    tmux("send-keys", "-t", "b", "-l", "SOAK1")
-    tmux("send-keys", "-t", "b", "Enter")
-    wait_text('You Entered "SOAK1"')
-    tmux("send-keys", "-t", "b", "-l", "y")
-    wait_text("Shaft Encoder Tests")
+    to_first_test("SOAK1")
     tmux("send-keys", "-t", "b", "-l", "d")
     wait_text("Press (Y) to return to tests")
     pid = program_pid()
@@ -274,11 +275,7 @@ def main():
     results["startup_ms_median"] = statistics.median(startups)
     results["startup_ms_max"] = max(startups)
 
-    tmux("send-keys", "-t", "b", "-l", "BENCH1")
-    tmux("send-keys", "-t", "b", "Enter")
-    wait_text('You Entered "BENCH1"')
-    tmux("send-keys", "-t", "b", "-l", "y")
-    wait_text("Shaft Encoder Tests")
+    to_first_test("BENCH1")
     pid = program_pid()
 
     # Idle: the shaft encoder test waiting for the knob, nothing happening.
