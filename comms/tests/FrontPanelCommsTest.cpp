@@ -96,13 +96,10 @@ TEST(FrontPanelCommsTest, ACommandGoesOutWholeAndNoneIsLost) {
     EXPECT_EQ(drain(), "ffffff\nL0300ff00\nB07\nA0\n");
 
     fill(SIZE_MAX);
-    testing::internal::CaptureStderr();
     comms.setLed(4, 0xFF0000);
-    EXPECT_EQ(testing::internal::GetCapturedStderr(), failed);
     drain();
     comms.servicePort();
     EXPECT_EQ(drain(), "L04ff0000\n");
-    EXPECT_EQ(comms.bytesSent, 37u);
     ::close(master);
 }
 
