@@ -11,7 +11,10 @@
 
 namespace {
 
-constexpr std::array<int, 4> kCrashSignals{{SIGABRT, SIGSEGV, SIGBUS, SIGFPE}};
+// Every signal whose default action ends the process with a core dump: the
+// faults, abort(), and Ctrl-\ (SIGQUIT), which curses leaves to the terminal.
+constexpr std::array<int, 8> kCrashSignals{
+    {SIGABRT, SIGSEGV, SIGBUS, SIGFPE, SIGQUIT, SIGILL, SIGTRAP, SIGSYS}};
 
 // The diversion a crash puts back: one at a time, the one whose screen is up.
 ConsoleDiversion* g_active = nullptr;

@@ -15,7 +15,8 @@
 // written reaches the terminal in the order it was written.
 //
 // Should the program crash while the screen is up (SIGABRT, also from
-// std::terminate, SIGSEGV, SIGBUS, SIGFPE), the terminal gets its own screen
+// std::terminate, SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGSYS, or the
+// operator's Ctrl-\ as SIGQUIT), the terminal gets its own screen
 // and mode back and then what was held, before the signal ends the process:
 // the last words of a crash are the ones the operator needs.
 

@@ -250,6 +250,9 @@ QString FrontPanelTestManager::enterBoardSerialNumber() {
         m_devices.terminal->erase();
         print(14, 10, QStringLiteral("Enter CV084 PCB Serial No: "));
         m_devices.terminal->refresh();
+        // A signal that came during start-up would otherwise wait for the
+        // operator's first key: the line read below waits for input alone.
+        fpt::throwIfTerminationRequested();
         std::string const word = m_devices.terminal->readWord(kSerialMaxChars);
         fpt::throwIfTerminationRequested();
         m_serialNumber = QString::fromStdString(word);

@@ -1,9 +1,11 @@
 // The results file's lines and its upload.
 
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 
 #include "app/FrontPanelTestManager.h"
+#include "app/Termination.h"
 #include "upload/JournaledUpload.h"
 
 namespace {
@@ -96,7 +98,13 @@ bool FrontPanelTestManager::uploadResults() {
     m_logFile.close();
     if (m_devices.upload(m_logFileName, resultsTargetDir(m_serialNumber)))
         return true;
-    std::fputs("Nexus Upload Failed, are you connected to the network?\n", stderr);
+    // Told to end (Ctrl-C, a shutdown, the terminal gone): the tries were
+    // given up, not failed, and the file is as pending as after a failure.
+    if (int const signalNumber = fpt::terminationSignal())
+        std::fprintf(stderr, "Upload interrupted by signal %d (%s)\n", signalNumber,
+                     strsignal(signalNumber));
+    else
+        std::fputs("Nexus Upload Failed, are you connected to the network?\n", stderr);
     // A failed upload is a delay, not a loss: tell the operator where the
     // results wait (information, so standard output, after the error).
     std::printf("The results stay in %s; send them later with: %s\n",

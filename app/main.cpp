@@ -9,6 +9,7 @@
 #include "app/Termination.h"
 #include "app/TestPlan.h"
 #include "logging/Logging.h"
+#include "upload/NexusUpload.h"
 
 namespace {
 
@@ -69,6 +70,9 @@ int main(int argc, char** argv) {
 
     // Before the terminal is taken over, so curses leaves these signals to us.
     fpt::installTerminationHandlers();
+    // A signal during the upload's tries gives them up at once: the file
+    // stays pending in the journal for front_panel_upload.
+    NexusUpload::setStopDescriptor(fpt::terminationWakeFd());
 
     int signalNumber = 0;
     std::exception_ptr failure;
@@ -81,7 +85,12 @@ int main(int argc, char** argv) {
         failure = std::current_exception();
     }
     // Here the manager and the logger are gone: LEDs and audio are off, the
-    // terminal is back.
+    // terminal is back. A signal that came after the screen closed (while the
+    // results were written or sent) ends the program now, as one that comes
+    // from here on does at once.
+    fpt::restoreDefaultTermination();
+    if (signalNumber == 0)
+        signalNumber = fpt::terminationSignal();
     if (signalNumber != 0)
         fpt::endBySignal(signalNumber);
     if (failure)

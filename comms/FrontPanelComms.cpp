@@ -56,13 +56,13 @@ private:
     int flags_;
 };
 
-// Writes as much of the data as the line takes within kSendTimeoutMs and
-// returns how much that was; errno tells why it stopped short (ETIMEDOUT when
-// the line stayed full). A write is tried before each wait: a pty can take
-// a few bytes without ever reporting itself writable.
-size_t boundedWrite(int fd, char const* data, size_t size) {
+// Writes as much of the data as the line takes within timeoutMs and returns
+// how much that was; errno tells why it stopped short (ETIMEDOUT when the
+// line stayed full). A write is tried before each wait: a pty can take a few
+// bytes without ever reporting itself writable.
+size_t boundedWrite(int fd, char const* data, size_t size, int timeoutMs) {
     using Clock = std::chrono::steady_clock;
-    const auto deadline = Clock::now() + std::chrono::milliseconds(kSendTimeoutMs);
+    const auto deadline = Clock::now() + std::chrono::milliseconds(timeoutMs);
     const NonBlockingScope nonBlocking(fd);
     size_t done = 0;
     while (done < size) {
@@ -88,6 +88,26 @@ size_t boundedWrite(int fd, char const* data, size_t size) {
     return done;
 }
 
+// Whether the later command leaves nothing of the earlier one's effect on
+// the panel: the same LED (or all of them), the brightness, the routing, the
+// same question. Only then may an earlier command still owed be left out.
+bool supersedes(QByteArray const& later, QByteArray const& earlier) {
+    if (later.isEmpty() || earlier.isEmpty() || later[0] != earlier[0]) {
+        return false;
+    }
+    switch (later[0]) {
+    case 'L':
+        return later.startsWith("Lff") || later.left(3) == earlier.left(3);
+    case 'B':
+    case 'A':
+    case 'V':
+    case 'H':
+        return true;
+    default:
+        return false;
+    }
+}
+
 } // namespace
 
 FrontPanelComms::FrontPanelComms(QString path) : devicePath(std::move(path)) {}
@@ -102,6 +122,12 @@ bool FrontPanelComms::initialize() {
     if (!openPort() || !setTTY()) {
         return false;
     }
+    // An earlier run may have ended with part of a command on the line (killed
+    // mid-write, or its rest never taken): the panel would glue it to our
+    // first command. A line feed ends it first, as a line the panel does not
+    // understand and stays silent on, or an empty one; should a lenient panel
+    // act on it, the set-up below puts everything it can change back.
+    sendLine(QStringLiteral("\n"));
     // Ask the panel who it is and where the jack stands, and put the audio
     // routing into a known state (both outputs off at start). A lost request
     // only leaves "Uninitialised" on the screen, so the results are not checked.
@@ -158,24 +184,49 @@ bool FrontPanelComms::sendLine(QString const& line) {
     if (fd < 1) {
         return false;
     }
-    // The panel reads lines. Once part of a command is on the line it cannot
-    // be taken back, and a line feed to cut it short could turn "A1" into "A"
-    // or "B05" into "B0", commands of their own. So a command cut short by the
-    // time limit is reported as failed, yet its rest goes out first, ahead of
-    // the next one: the panel only ever sees whole commands, one to a line. A
-    // command of which nothing went out is dropped.
-    const int owed = unsentTail.size();
-    const QByteArray bytes = unsentTail + line.toLocal8Bit();
-    const size_t written = boundedWrite(fd, bytes.constData(), static_cast<size_t>(bytes.size()));
-    bytesSent += static_cast<uint32_t>(written);
-    const int taken = static_cast<int>(written);
-    if (taken == bytes.size()) {
-        unsentTail.clear();
+    // The panel must end up as the screen shows it, so a command the line
+    // did not take is owed, not dropped: it goes out before the next one (and
+    // at the next poll), unless a later command replaces its effect.
+    const QByteArray command = line.toLocal8Bit();
+    unsentCommands.erase(
+        std::remove_if(unsentCommands.begin(), unsentCommands.end(),
+                       [&](QByteArray const& earlier) { return supersedes(command, earlier); }),
+        unsentCommands.end());
+    unsentCommands.push_back(command);
+    if (sendOwed(kSendTimeoutMs)) {
         return true;
     }
     std::perror("FrontPanelComs::sendLine() failed");
-    unsentTail = bytes.mid(taken, taken > owed ? -1 : owed - taken);
     return false;
+}
+
+bool FrontPanelComms::sendOwed(int timeoutMs) {
+    // The panel reads lines. Once part of a command is on the line it cannot
+    // be taken back, and a line feed to cut it short could turn "A1" into "A"
+    // or "B05" into "B0", commands of their own. So the rest of a command cut
+    // short goes out first, ahead of everything else: the panel only ever
+    // sees whole commands, one to a line.
+    QByteArray bytes = unsentTail;
+    for (QByteArray const& command : unsentCommands) {
+        bytes += command;
+    }
+    if (bytes.isEmpty()) {
+        return true;
+    }
+    const int written = static_cast<int>(
+        boundedWrite(fd, bytes.constData(), static_cast<size_t>(bytes.size()), timeoutMs));
+    bytesSent += static_cast<uint32_t>(written);
+    int taken = written - unsentTail.size();
+    unsentTail = unsentTail.mid(std::min(written, unsentTail.size()));
+    while (taken > 0 && !unsentCommands.empty()) {
+        const QByteArray first = unsentCommands.front();
+        unsentCommands.erase(unsentCommands.begin());
+        if (taken < first.size()) {
+            unsentTail = first.mid(taken);
+        }
+        taken -= first.size();
+    }
+    return unsentTail.isEmpty() && unsentCommands.empty();
 }
 
 void FrontPanelComms::setLed(int led, int colour) {
@@ -211,6 +262,11 @@ void FrontPanelComms::setHeadphones(bool on) {
 }
 
 bool FrontPanelComms::servicePort() {
+    // What the line would not take is tried again at every poll, without
+    // waiting: the panel catches up as soon as it reads again.
+    if (fd > 0) {
+        sendOwed(0);
+    }
     const bool ok = fillReadQueue();
     if (ok && !readQueue.empty()) {
         processReadQueue();

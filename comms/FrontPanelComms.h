@@ -9,6 +9,7 @@
 #include <cstdint>
 #include <deque>
 #include <optional>
+#include <vector>
 
 class FrontPanelComms {
 public:
@@ -56,6 +57,12 @@ public:
     std::optional<int64_t> holdLinesAfterUs;
 
 private:
-    // The rest of a command that the line took only in part (see sendLine).
+    // Puts what is owed on the line, waiting at most timeoutMs for room; true
+    // when nothing is owed any more.
+    bool sendOwed(int timeoutMs);
+
+    // The rest of a command that the line took only in part (see sendOwed).
     QByteArray unsentTail;
+    // Whole commands the line has not taken yet, in order.
+    std::vector<QByteArray> unsentCommands;
 };

@@ -15,10 +15,12 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QNetworkRequest>
+#include <QSocketNotifier>
 #include <QTimer>
 #include <QUrl>
 
 #include <openssl/crypto.h>
+#include <poll.h>
 
 #include "upload/CredentialCipher.h"
 #include "upload/Provisioning.h"
@@ -30,6 +32,8 @@ namespace {
 // tick bounds the sleep so that the time-out is noticed even when the server
 // sends nothing at all.
 constexpr int kWaitTickMs = 50;
+
+int g_stopFd = -1;
 
 QHttpPart formField(QByteArray const& disposition, QByteArray const& body) {
     QHttpPart part;
@@ -53,6 +57,15 @@ NexusUpload::~NexusUpload() {
     wipeKeys();
 }
 
+void NexusUpload::setStopDescriptor(int fd) {
+    g_stopFd = fd;
+}
+
+bool NexusUpload::stopRequested() {
+    pollfd stop{g_stopFd, POLLIN, 0};
+    return g_stopFd >= 0 && ::poll(&stop, 1, 0) == 1;
+}
+
 void NexusUpload::createKeys() {
     nexus::Provisioned const provisioned;
     nexus::deriveKeyMaterial(provisioned.keySeed(), provisioned.keyDiscard(), key, iv);
@@ -66,7 +79,7 @@ void NexusUpload::wipeKeys() {
 bool NexusUpload::upload(QByteArray const& credential, QString const& address,
                          QString const& filePath, QString const& targetDir) {
     createKeys();
-    for (int attempt = 0; attempt < kAttempts; ++attempt) {
+    for (int attempt = 0; attempt < kAttempts && !stopRequested(); ++attempt) {
         bool succeeded = false;
         try {
             succeeded = uploadSingleTry(credential, address, filePath, targetDir);
@@ -129,10 +142,8 @@ bool NexusUpload::uploadSingleTry(QByteArray const& credential, QString const& a
     }
     multiPart.release()->setParent(reply.get());
 
-    if (!waitForReply(*reply)) {
-        qDebug() << "nexusUpload() upload timeout.";
+    if (!waitForReply(*reply))
         return false;
-    }
 
     file.close();
     m_lastStatus = reply->attribute(QNetworkRequest::HttpStatusCodeAttribute).toInt();
@@ -175,11 +186,23 @@ void NexusUpload::authorize(QNetworkRequest& request, nexus::SecureBytes& plain,
 bool NexusUpload::waitForReply(QNetworkReply& reply) {
     QTimer tick;
     tick.start(kWaitTickMs);
+    // Wakes the wait the moment the program is told to end.
+    std::unique_ptr<QSocketNotifier> stop;
+    if (g_stopFd >= 0)
+        stop = std::make_unique<QSocketNotifier>(g_stopFd, QSocketNotifier::Read);
     QElapsedTimer timer;
     timer.start();
     while (!reply.isFinished()) {
         QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+        if (reply.isFinished())
+            break; // an answer that came with the stop still counts
+        if (stopRequested()) {
+            qDebug() << "nexusUpload() interrupted.";
+            reply.abort();
+            return false;
+        }
         if (timer.elapsed() >= kReplyTimeoutMs) {
+            qDebug() << "nexusUpload() upload timeout.";
             reply.abort();
             return false;
         }

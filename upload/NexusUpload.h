@@ -43,6 +43,14 @@ public:
     // when there was no answer, and the answer's body.
     int fetch(QByteArray const& credential, QString const& address, QByteArray* body);
 
+    // A descriptor that turns readable when the program must end (its
+    // termination signal's self-pipe): no further try is made, and a try in
+    // flight is abandoned at once, so the caller can leave the file pending.
+    // -1, the default: none. One per process, as signals are.
+    static void setStopDescriptor(int fd);
+    // Whether that descriptor is readable now.
+    static bool stopRequested();
+
     // Derives key and IV from the provisioned seed and discard count.
     void createKeys();
     // Zeroes key and IV.

@@ -103,6 +103,12 @@ def failing_sync(call):
     return f"env LD_PRELOAD={os.environ['FPT_FAILING_SYNC']} CV084_FAILING_SYNC={call} "
 
 
+def slow_sync(ms):
+    """A prefix for the program's command: every fsync and fdatasync it makes
+    takes `ms` first, as on a slow disk."""
+    return f"env LD_PRELOAD={os.environ['FPT_FAILING_SYNC']} CV084_SYNC_DELAY_MS={ms} "
+
+
 def journal_text():
     if not os.path.exists(JOURNAL):
         return ""

@@ -14,6 +14,8 @@
                share of one core
   idle output  bytes the program writes to its terminal per second then
   peak RSS     VmHWM at the end of the run
+  signal end   SIGTERM during the upload's first try (a repository that
+               never answers) to the program's end
 
 With --soak, instead: one run through many button events and panel lines,
 then a long idle stretch; reports the growth of peak RSS, the change in open
@@ -196,6 +198,41 @@ def quit_run(emu):
     emu.close()
 
 
+def to_first_test(serial):
+    """Enters and confirms the serial number; the first test is then up."""
+    tmux("send-keys", "-t", "b", "-l", serial)
+    tmux("send-keys", "-t", "b", "Enter")
+    wait_text(f'You Entered "{serial}"')
+    tmux("send-keys", "-t", "b", "-l", "y")
+    wait_text("Shaft Encoder Tests")
+
+
+def signal_ends(program, runs):
+    """For each run: (U)pload at once, then SIGTERM once the first try has
+    been in flight for a moment; the ms from the signal to the program gone."""
+    ends = []
+    for run in range(runs):
+        start(program, 100 + run)
+        wait_text("Enter CV084 PCB Serial No:")
+        to_first_test("SIG1")
+        tmux("send-keys", "-t", "b", "-l", "m")
+        wait_text("Selection, (Q)uit")
+        pid = program_pid()
+        tmux("send-keys", "-t", "b", "-l", "u")
+        wait_text("Uploading ")
+        time.sleep(0.5)
+        sent = time.monotonic()
+        os.kill(pid, 15)
+        while os.path.exists(f"/proc/{pid}/stat"):
+            with open(f"/proc/{pid}/stat") as f:
+                if f.read().split(") ")[-1].startswith("Z"):
+                    break
+            time.sleep(0.001)
+        ends.append((time.monotonic() - sent) * 1000)
+    tmux("kill-server", check=False)
+    return ends
+
+
 def open_descriptors(pid):
     return len(os.listdir(f"/proc/{pid}/fd"))
 
@@ -208,11 +245,7 @@ def soak(args):
     before the next: a soak of its steady state, not of the emulator's queue."""
     start(args.program, 0)
     wait_text("Enter CV084 PCB Serial No:")
-    tmux("send-keys", "-t", "b", "-l", "SOAK1")
-    tmux("send-keys", "-t", "b", "Enter")
-    wait_text('You Entered "SOAK1"')
-    tmux("send-keys", "-t", "b", "-l", "y")
-    wait_text("Shaft Encoder Tests")
+    to_first_test("SOAK1")
     tmux("send-keys", "-t", "b", "-l", "d")
     wait_text("Press (Y) to return to tests")
     pid = program_pid()
@@ -270,6 +303,7 @@ def main():
     p.add_argument("--escapes", type=int, default=10)
     p.add_argument("--order-trials", type=int, default=200)
     p.add_argument("--idle-seconds", type=float, default=10.0)
+    p.add_argument("--signal-runs", type=int, default=3)
     p.add_argument("--soak", action="store_true", help="the soak instead of the figures above")
     p.add_argument("--soak-events", type=int, default=100000)
     p.add_argument("--soak-lines", type=int, default=10000)
@@ -287,11 +321,7 @@ def main():
     results["startup_ms_median"] = statistics.median(startups)
     results["startup_ms_max"] = max(startups)
 
-    tmux("send-keys", "-t", "b", "-l", "BENCH1")
-    tmux("send-keys", "-t", "b", "Enter")
-    wait_text('You Entered "BENCH1"')
-    tmux("send-keys", "-t", "b", "-l", "y")
-    wait_text("Shaft Encoder Tests")
+    to_first_test("BENCH1")
     pid = program_pid()
 
     # Idle: the shaft encoder test waiting for the knob, nothing happening.
@@ -355,6 +385,8 @@ def main():
 
     results["peak_rss_kib"] = status_kib(pid, "VmHWM")
     quit_run(emu)
+    ends = signal_ends(args.program, args.signal_runs)
+    results["signal_end_ms_max"] = max(ends)
 
     print(f"start-up to serial prompt: median {results['startup_ms_median']:.0f} ms,"
           f" max {results['startup_ms_max']:.0f} ms ({args.starts} starts)")
@@ -372,6 +404,8 @@ def main():
           f" ({args.idle_seconds:.0f} s)")
     print(f"idle terminal output: {results['idle_terminal_bytes_per_s']:.1f} bytes/s")
     print(f"peak RSS: {results['peak_rss_kib'] / 1024:.1f} MiB")
+    print(f"SIGTERM during an upload's try -> program gone: max {max(ends):.0f} ms"
+          f" ({args.signal_runs} runs)")
     return save_json(args, results)
 
 

@@ -5,12 +5,14 @@ Each case runs in a fresh emulated instrument without the self-test image."""
 
 import glob
 import os
+import pathlib
 import re
 import resource
 import signal
 import subprocess
 import sys
 import unittest
+from unittest import mock
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "..", ".."))
 import faultkit as kit  # noqa: E402
@@ -30,9 +32,9 @@ class WriteFaults(unittest.TestCase):
 
     def run_with(self, prefix, serial, before_key=None, key="u"):
         """One run left through the menu's `key`; the station, once ended."""
-        self.addCleanup(os.environ.__setitem__, "FPT_PROGRAM", os.environ["FPT_PROGRAM"])
-        os.environ["FPT_PROGRAM"] = prefix + os.environ["FPT_PROGRAM"]
-        st = kit.QuickStation()
+        # The prefix is for this run only: a later subtest starts unprefixed.
+        with mock.patch.dict(os.environ, FPT_PROGRAM=prefix + os.environ["FPT_PROGRAM"]):
+            st = kit.QuickStation()
         self.addCleanup(st.close)
         st.to_menu(serial)
         if before_key:
@@ -90,38 +92,100 @@ class WriteFaults(unittest.TestCase):
                                                          path)) as theirs:
                     self.assertEqual(mine.read(), theirs.read())
 
-class CrashWhileScreenUp(unittest.TestCase):
-    """The shell gets its screen and terminal mode back, then what the program
-    held back, and the signal ends the program."""
+
+class ShellStation(kit.QuickStation):
+    """In the operator's shell, which shows the terminal's mode once the
+    program has ended; `prefix` goes before the program."""
+
+    def __init__(self, prefix=""):
+        command = f"{prefix}{os.environ['FPT_PROGRAM']} -x; s=\\$?; stty -a; (exit \\$s)"
+        with mock.patch.dict(os.environ, FPT_PROGRAM=command):
+            Station.__init__(self, timeout=30)
+
+
+class SignalCase(unittest.TestCase):
+    def end_by_signal(self, sig, moment, serial, held=False):
+        """Sends `sig` at `moment` of a run: the program ends by it and gives
+        the shell its screen, keypad and terminal mode back (and, if `held`,
+        a diagnostic written just before, after them); the screen."""
+        # A disk slow to sync, so that the signal lands among the result lines.
+        st = ShellStation(kit.slow_sync(200) if moment == "results" else "")
+        self.addCleanup(st.close)
+        if moment == "serial":
+            st.wait_row(14, " " * 10 + "Enter CV084 PCB Serial No:")
+        elif moment == "test":
+            st.enter_serial(serial)
+            st.wait_for(kit.PLAN[0], row=0)
+        else:
+            st.to_menu(serial)
+        if moment in ("results", "upload"):
+            st.type("u")
+            [path] = glob.glob(f"{kit.RESULTS_DIR}/front_panel_test_{serial}-*.txt")
+        if moment == "results":
+            line = f"Not Run - {kit.PLAN[0]}\n".encode()
+            st.wait_until(lambda: line in pathlib.Path(path).read_bytes(), "a result line")
+        elif moment == "upload":
+            st.wait_until(lambda: len(kit.received()) > self.sent, "the first try sent")
+        pid = st.program_pid()
+        if held:  # stopped, so that what is written now is still held when the signal comes
+            os.kill(pid, signal.SIGSTOP)
+            with open(f"/proc/{pid}/fd/2", "a") as stderr:
+                stderr.write("last words\n")
+        os.kill(pid, sig)
+        if held:
+            os.kill(pid, signal.SIGCONT)
+        self.assertEqual(st.wait_exit(timeout=5), 128 + sig)
+        pane = subprocess.run(TMUX + ["display", "-p", "-t", "fpt", "#{alternate_on}#{keypad_flag}"],
+                              check=True, capture_output=True, text=True).stdout
+        self.assertEqual(pane, "00\n")
+        text = "\n".join(st.screen())
+        self.assertTrue({"icanon", "echo"} <= set(text.split()), text)
+        if held:
+            self.assertLess(text.index("last words"), text.index("speed "))
+        return st
+
+
+class CrashWhileScreenUp(SignalCase):
+    """A crash while a test is up, the operator's Ctrl-\\ among them."""
 
     def test_terminal_given_back_with_what_was_held(self):
         resource.setrlimit(resource.RLIMIT_CORE, (0, 0))
-        program = os.environ["FPT_PROGRAM"]
-        self.addCleanup(os.environ.__setitem__, "FPT_PROGRAM", program)
-        # The shell shows the terminal's mode once the program has ended.
-        os.environ["FPT_PROGRAM"] = f"{program}; s=\\$?; stty -a; (exit \\$s)"
-        for crash in (signal.SIGABRT, signal.SIGSEGV, signal.SIGBUS, signal.SIGFPE):
+        for crash in (signal.SIGABRT, signal.SIGSEGV, signal.SIGBUS, signal.SIGFPE,
+                      signal.SIGQUIT, signal.SIGILL, signal.SIGTRAP, signal.SIGSYS):
             with self.subTest(signal=crash.name):
-                st = Station()
-                self.addCleanup(st.close)
-                st.enter_serial("C1")
-                st.wait_for(kit.PLAN[0], row=0)
-                pid = kit.QuickStation.program_pid(st)
-                # Stopped, so that a diagnostic written now is still held when it crashes.
-                os.kill(pid, signal.SIGSTOP)
-                with open(f"/proc/{pid}/fd/2", "a") as stderr:
-                    stderr.write("last words\n")
-                os.kill(pid, crash)
-                os.kill(pid, signal.SIGCONT)
-                self.assertEqual(st.wait_exit(), 128 + crash)
-                pane = subprocess.run(TMUX + ["display", "-p", "-t", "fpt",
-                                              "#{alternate_on} #{keypad_flag}"], check=True,
-                                      capture_output=True, text=True).stdout.split()
-                self.assertEqual(pane, ["0", "0"])
-                text = "\n".join(st.screen())
-                self.assertLess(text.index("last words"), text.index("speed "))
-                self.assertTrue({"icanon", "echo"} <= set(text.split()), text)
+                self.end_by_signal(crash, "test", "C1", held=True).close()
+
+
+class EndedBySignal(SignalCase):
+    """SIGINT, SIGTERM and SIGHUP at each stage of a run, each signal on the
+    screen and after it, all three during the upload: only whole lines in
+    the results, and an upload that did not finish pending in the journal
+    without a further try. The repository never answers."""
+
+    CASES = [(signal.SIGINT, "serial"), (signal.SIGTERM, "test"), (signal.SIGHUP, "menu"),
+             (signal.SIGHUP, "results"), (signal.SIGINT, "upload"), (signal.SIGTERM, "upload"),
+             (signal.SIGHUP, "upload")]
+
+    def test_signal_at_each_moment(self):
+        for sig, moment in self.CASES:
+            with self.subTest(signal=sig.name, moment=moment):
+                serial, self.sent = f"S{sig:d}{moment}", len(kit.received())
+                st = self.end_by_signal(sig, moment, serial)
+                files = glob.glob(f"{kit.RESULTS_DIR}/front_panel_test_{serial}-*.txt")
+                self.assertEqual(len(files), moment != "serial")
+                events = [r[0] for r in kit.journal_records() if r[3] in files]
+                lines = results_lines(serial)[:5]
+                if moment in ("results", "upload"):
+                    lines += [f"Not Run - {name}" for name in kit.PLAN]
+                    self.assertEqual(len(kit.received()), self.sent + (moment == "upload"))
+                    self.assertIn(f"Upload interrupted by signal {sig:d} ({signal.strsignal(sig)})"
+                                  f"\nThe results stay in {files[0]}; send them later with: "
+                                  f"front_panel_upload {files[0]}\n", st.text())
+                for path in files:
+                    self.assertEqual(read_results(path), lines)
+                self.assertEqual(events, ["requested"] if len(lines) > 5 else [])
                 st.close()
+
 
 if __name__ == "__main__":
     unittest.main()

@@ -266,11 +266,11 @@ class FullPlan(OperatorCase):
         for typed, kept, answer in (("", "Unassigned", "n"), ("  W1 W2", "W1", "N"),
                                     (serial + "9", serial, "y")):
             st.enter_serial(typed, kept, answer)
-        # The panel was set up: version and jack asked, outputs off, all
+        # The panel was set up: its line ended, version and jack asked, outputs off, all
         # LEDs off, full brightness.
         self.st.wait_until(lambda: st.emu.state()["brightness"] == 255, "brightness 255")
         sent = [l["text"] for l in st.emu.traffic(st.traffic_start)["lines"] if l["dir"] == "host"]
-        self.assertEqual(sent[:5], ["V", "H", "A0", "Lff000000", "Bff"])
+        self.assertEqual(sent[:6], ["", "V", "H", "A0", "Lff000000", "Bff"])
         state = st.emu.state()
         self.assertTrue(state["keyboard"]["grabbed"])
         self.assertTrue(state["mouse"]["grabbed"])
