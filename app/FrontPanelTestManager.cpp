@@ -265,14 +265,12 @@ void FrontPanelTestManager::settle(int32_t milliseconds) {
 }
 
 bool FrontPanelTestManager::servicePorts() {
-    // Input is handled in the order it came. The terminal is read first:
-    // every key is stamped on arrival, and device input that came before a
-    // key is then sure to be read before that key is served. What came after
+    // Input is handled in the order it came. Every key is stamped on
+    // arrival, and device input that came before a key is then sure to be
+    // read before that key is served. What came after
     // the next key waiting (the devices' records, stamped by the kernel on
     // the same clock, and the panel's lines, stamped as read) is held back
     // until that key has been served.
-    m_devices.terminal->takeIn();
-    std::optional<int64_t> const heldAfter = m_devices.terminal->nextKeyUs();
     auto const progress = [this] {
         return std::array<std::size_t, 6>{
             m_devices.panel->bytesReceived,    m_devices.panel->readQueue.size(),
@@ -280,6 +278,13 @@ bool FrontPanelTestManager::servicePorts() {
             m_devices.encoder->bytesReceived,  m_devices.encoder->readQueue.size()};
     };
     auto const before = progress();
+    // The panel's line carries no time of its own: its bytes are taken in
+    // just before the terminal's, so a report already waiting when a key is
+    // read is stamped ahead of that key and the key is judged with it (the
+    // operator plugs the headphones, then answers).
+    m_devices.panel->fillReadQueue();
+    m_devices.terminal->takeIn();
+    std::optional<int64_t> const heldAfter = m_devices.terminal->nextKeyUs();
     m_devices.panel->holdLinesAfterUs = heldAfter;
     m_devices.keyboard->holdRecordsAfterUs = heldAfter;
     m_devices.encoder->holdRecordsAfterUs = heldAfter;

@@ -116,6 +116,11 @@ def journal_text():
         return journal.read()
 
 
+def journal_records():
+    """The journal's lines, each split in its six fields."""
+    return [line.split("\t") for line in journal_text().splitlines()]
+
+
 def received():
     """Every request the repository got: (file name, status)."""
     path = os.path.join(STATE_DIR, "nexus-requests.jsonl")
