@@ -60,10 +60,9 @@ class Station:
         self.emu.close()
 
     @staticmethod
-    def program_is_arm():
-        """An ARM build, which the armhf leg runs under qemu-user (ELF e_machine 40)."""
-        with open(os.environ["FPT_PROGRAM"], "rb") as f:
-            return int.from_bytes(f.read(20)[18:20], "little") == 40
+    def under_qemu_user():
+        """The armhf leg's packaged ARM programs, which run under qemu-user."""
+        return os.environ.get("FPT_UNDER_QEMU_USER") == "1"
 
     # --- the terminal ----------------------------------------------------
     def screen(self):
