@@ -19,8 +19,8 @@ BUILD=build/armhf
 # CTest regular expression, unit tests and end-to-end cases alike) is named
 # with the reason, and the tests it matches are counted as skipped here.
 QEMU_CANNOT=(
-    "^CredentialBlockGenerator\\.|QProcess starts children with clone(CLONE_PIDFD), which qemu-user refuses; run in the kernel leg"
-    "^e2e_crash_gives_back_the_terminal$|qemu-user takes a SIGSEGV or SIGFPE sent by kill(2) for a fault of its own and dies of SIGSEGV, so the program's crash handler never runs; run in the kernel leg"
+    "^CredentialBlockGenerator\\.|QProcess starts children with clone(CLONE_PIDFD), which qemu-user refuses; run in the kernel leg (scripts/armhf-kernel.sh)"
+    "^e2e_crash_gives_back_the_terminal$|qemu-user takes a SIGSEGV or SIGFPE sent by kill(2) for a fault of its own and dies of SIGSEGV, so the program's crash handler never runs; run in the kernel leg (scripts/armhf-kernel.sh)"
 )
 # A death test re-executes its ARM test program. In a user and mount
 # namespace of its own (Linux 6.7 and later) the leg mounts a private
