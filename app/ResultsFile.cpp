@@ -1,11 +1,10 @@
 #include "app/ResultsFile.h"
 
-#include <QFileInfo>
+#include "upload/UploadJournal.h"
 
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <fcntl.h>
 #include <unistd.h>
 
 bool ResultsFile::create(QString const& path) {
@@ -24,12 +23,8 @@ bool ResultsFile::create(QString const& path) {
     }
     // The file's name is on disk only once its folder is synced: without
     // this, every line's fsync is kept in a file a power cut loses whole.
-    int const folder = ::open(QFile::encodeName(QFileInfo(path).absolutePath()).constData(),
-                              O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    if (folder < 0 || ::fsync(folder) != 0)
+    if (!UploadJournal::syncFolder(path, nullptr))
         failed();
-    if (folder >= 0)
-        ::close(folder);
     return true;
 }
 

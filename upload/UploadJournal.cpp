@@ -124,15 +124,6 @@ bool sameFile(QString const& recorded, QString const& path) {
     return recorded == path || UploadJournal::canonical(recorded) == path;
 }
 
-bool syncFolder(QString const& path, QString* why) {
-    QString const folder = QFileInfo(path).absolutePath();
-    Descriptor dir(
-        ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (dir.get() < 0 || ::fsync(dir.get()) != 0)
-        return failed(folder, why);
-    return true;
-}
-
 } // namespace
 
 QString const UploadJournal::kFileName = QStringLiteral(".front_panel_test-uploads");
@@ -255,6 +246,15 @@ bool UploadJournal::append(JournalEntry const& entry, QString* why) const {
         errno = error;
         return failed(m_path, why);
     }
+    return true;
+}
+
+bool UploadJournal::syncFolder(QString const& path, QString* why) {
+    QString const folder = QFileInfo(path).absolutePath();
+    Descriptor dir(
+        ::open(QFile::encodeName(folder).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (dir.get() < 0 || ::fsync(dir.get()) != 0)
+        return failed(folder, why);
     return true;
 }
 

@@ -106,6 +106,9 @@ public:
     // power cut cannot take back what a record is about to claim. False with
     // the reason ("<file>: <error>") in why.
     static bool syncToDisk(QString const& path, QString* why);
+    // Syncs the folder that holds `path`, so that its name is on disk; false
+    // (and why) when it cannot be.
+    static bool syncFolder(QString const& path, QString* why);
 
 private:
     QString m_path;
