@@ -160,24 +160,31 @@ int FrontPanelTestManager::nonBlockingGetLowerCh(char const* validKeys) {
     processEvents(kPollMilliseconds);
     processShaftEncoder();
     show();
-    // What came while the frame was drawn, up to the key about to be read:
-    // a knob turned just before "v" still moves the colour.
+    // What came while the frame was drawn, up to the key about to be read.
+    // A detent taken in here is applied at the next poll, after the test has
+    // seen the colour the LED now shows: an operator who turns again as soon
+    // as the LED changes would otherwise skip a target of the colour walk
+    // whenever a frame takes longer to draw than the turn.
     servicePorts();
-    processShaftEncoder();
     int const key = m_devices.terminal->readKey();
     fpt::throwIfTerminationRequested();
     if (key == Terminal::kNoKey || key < 0)
         return -1;
 
     // The operator's panel controls, served whatever the test is waiting for.
+    // A detent turned before a mode key still counts in the mode it was
+    // turned in.
     switch (key) {
     case 'c':
+        processShaftEncoder();
         setShaftEncoderMode(ShaftEncoderColours);
         return -1;
     case 'v':
+        processShaftEncoder();
         setShaftEncoderMode(ShaftEncoderVolume);
         return -1;
     case 'p':
+        processShaftEncoder();
         setShaftEncoderMode(ShaftEncoderPitch);
         return -1;
     case 'h':

@@ -164,6 +164,19 @@ TEST(Keys, InputIsAppliedInTheOrderItCame) {
     EXPECT_EQ(summary.encoder->readQueue.size(), sizeof(input_event));
 }
 
+// On a slow controller the operator, turning one step each time the LED
+// changes, turns again while that frame is still being drawn: every colour
+// the LED shows must be one the test sees, or a target of the walk is lost.
+TEST(Keys, ADetentDuringAFrameIsTheNextPollsStep) {
+    ManagerRig r;
+    int64_t at = 10;
+    r.terminal->duringRefresh = [&] { r.encoder->recordAt(at += 10, EV_REL, REL_WHEEL, -1); };
+    for (int seen = 0; seen < 3; ++seen) {
+        EXPECT_EQ(r.mgr().nonBlockingGetLowerCh(), -1);
+        EXPECT_EQ(r.mgr().getLEDColour(), seen);
+    }
+}
+
 TEST(Screens, ADescriptionShowsItsFirstFifteenLinesAndBlanksTheRest) {
     ManagerRig r;
     QStringList lines;
