@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cctype>
 #include <optional>
+#include <utility>
 
 #include "app/DefaultDevices.h"
 #include "app/LedColours.h"
@@ -165,7 +166,7 @@ int FrontPanelTestManager::nonBlockingGetLowerCh(char const* validKeys) {
     // seen the colour the LED now shows: an operator who turns again as soon
     // as the LED changes would otherwise skip a target of the colour walk
     // whenever a frame takes longer to draw than the turn.
-    servicePorts();
+    m_takenSinceFrame = servicePorts();
     int const key = m_devices.terminal->readKey();
     fpt::throwIfTerminationRequested();
     if (key == Terminal::kNoKey || key < 0)
@@ -247,7 +248,8 @@ void FrontPanelTestManager::processEvents(int32_t milliseconds) {
     // behind a key just served: it is shown without waiting. So is a key
     // already taken in; an escape sequence still incomplete is waited for
     // only as long as it may still be coming.
-    int32_t wait = servicePorts() ? 0 : milliseconds;
+    bool const unshown = std::exchange(m_takenSinceFrame, false);
+    int32_t wait = servicePorts() || unshown ? 0 : milliseconds;
     int32_t const keyReady = m_devices.terminal->keyReadyInMs();
     if (keyReady >= 0)
         wait = std::min(wait, keyReady);

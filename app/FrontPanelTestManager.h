@@ -198,4 +198,7 @@ private:
     std::set<int32_t> m_offeredOnce;
     ShaftEncoderMode m_encoderMode = ShaftEncoderColours;
     int32_t m_ledColour = 0;
+    // Input taken in after the last frame was drawn and not shown yet: the
+    // next poll shows it without waiting.
+    bool m_takenSinceFrame = false;
 };

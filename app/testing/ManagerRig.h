@@ -161,7 +161,8 @@ struct ManagerRig {
         d.keyboard = own(keyboard, QStringLiteral("/dev/input/cv084_fp_keyboard"));
         d.encoder = own(encoder, QStringLiteral("/dev/input/cv084_fp_mouse"));
         d.selfTest = own(tone);
-        d.sleep = [this](int32_t, std::array<int, 4> const&) {
+        d.sleep = [this](int32_t ms, std::array<int, 4> const&) {
+            sleeps.push_back(ms);
             if (duringSleep)
                 duringSleep();
             return false;
@@ -183,6 +184,7 @@ struct ManagerRig {
     EventDevice* encoder = nullptr;
     RecordingTone* tone = nullptr;
     std::function<void()> duringSleep;
+    std::vector<int32_t> sleeps;                    // each wait asked for, in milliseconds
     std::unique_ptr<FrontPanelTestManager> manager; // last: goes first
 };
 

@@ -172,8 +172,11 @@ TEST(Keys, ADetentDuringAFrameIsTheNextPollsStep) {
     int64_t at = 10;
     r.terminal->duringRefresh = [&] { r.encoder->recordAt(at += 10, EV_REL, REL_WHEEL, -1); };
     for (int seen = 0; seen < 3; ++seen) {
+        r.sleeps.clear();
         EXPECT_EQ(r.mgr().nonBlockingGetLowerCh(), -1);
         EXPECT_EQ(r.mgr().getLEDColour(), seen);
+        // ... and is shown without waiting for more input.
+        EXPECT_EQ(r.sleeps.front(), seen == 0 ? 100 : 0);
     }
 }
 
