@@ -83,9 +83,10 @@ void CursesTerminal::start() {
     cbreak();
     noecho();
     keypad(stdscr, TRUE);
-    // Whole sequences only are handed over; should one still be cut short
-    // (a key curses knows a longer form of), it waits no longer than this.
-    set_escdelay(kEscapeDelayMs);
+    // Each key is handed over whole, in one write, and the next only once
+    // this one is read: curses waiting for more after an Escape would only
+    // hold the lone Escape key (and the buttons behind it) up.
+    set_escdelay(0);
     // Keys reach curses only when read: it must not stop drawing a frame
     // half-way because one is waiting.
     typeahead(-1);
@@ -177,7 +178,10 @@ void CursesTerminal::takeIn() {
 }
 
 std::optional<int64_t> CursesTerminal::nextKeyUs() const {
-    if (m_typed.empty())
+    // Bytes that may still be the start of a function key are not a key yet:
+    // holding the buttons and the knob behind them would stall the panel for
+    // the whole escape delay after a lone Escape.
+    if (keyReadyInMs() != 0)
         return std::nullopt;
     return m_typed.front().arrivedUs;
 }

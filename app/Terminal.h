@@ -41,7 +41,8 @@ public:
     // in is ever read as a key, so a key is never served before the device
     // input that came ahead of it and was taken in after it.
     virtual void takeIn() = 0;
-    // When the next key taken in arrived; none when nothing waits.
+    // When the next key taken in arrived; none when nothing waits, or while
+    // it is an escape sequence still incomplete.
     virtual std::optional<int64_t> nextKeyUs() const = 0;
     // -1 when nothing waits, 0 when a whole key does; while an escape
     // sequence is still incomplete, how long until it is read as it stands.
