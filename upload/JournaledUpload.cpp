@@ -156,14 +156,20 @@ SendResult sendAndRecord(UploadJournal const& journal, QString const& path,
     return settleRefusedSend(repository, uploader, journal, sent, why);
 }
 
-bool uploadRequestedResults(QString const& path, QString const& targetDir) {
+QString alreadyStoredText(QString const& targetDir) {
+    return QStringLiteral("already in %1 (an earlier try stored it: the same SHA-1), recorded as "
+                          "uploaded")
+        .arg(targetDir);
+}
+
+SendResult uploadRequestedResults(QString const& path, QString const& targetDir) {
     UploadJournal const journal(UploadJournal::besideResults(path));
     SendingLock lock(path);
     if (!lock.acquire()) {
         // Only front_panel_upload, sent by hand the file this run just wrote.
         std::fprintf(stderr, "%s is being sent by front_panel_upload right now\n",
                      local(path).constData());
-        return false;
+        return SendResult::Failed;
     }
     QString why;
     bool const recorded = recordRequest(journal, path, targetDir, &why);
@@ -177,24 +183,28 @@ bool uploadRequestedResults(QString const& path, QString const& targetDir) {
     std::printf("Uploading %s to %s ...\n", QFile::encodeName(path).constData(),
                 ProductionArtifactsNexusRepo::baseAddress().toLocal8Bit().constData());
     std::fflush(stdout);
-    switch (sendAndRecord(journal, path, targetDir, &why)) {
+    SendResult const result = sendAndRecord(journal, path, targetDir, &why);
+    switch (result) {
     case SendResult::Uploaded:
+    case SendResult::Failed:
+        break;
     case SendResult::AlreadyStored:
-        return true;
+        std::printf("%s: %s\n", local(path).constData(),
+                    local(alreadyStoredText(targetDir)).constData());
+        std::fflush(stdout);
+        break;
     case SendResult::Refused:
         std::fprintf(stderr, "%s: %s\n", local(path).constData(), local(why).constData());
-        return false;
+        break;
     case SendResult::UploadedUnrecorded:
         if (recorded)
             std::fprintf(stderr,
                          "%s was uploaded, but the journal could not record it (%s); "
                          "front_panel_upload may send it again\n",
                          local(path).constData(), local(why).constData());
-        return true;
-    case SendResult::Failed:
         break;
     }
-    return false;
+    return result;
 }
 
 QString keepPendingResultsAside(QString const& path) {

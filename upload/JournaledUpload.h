@@ -39,6 +39,12 @@ enum class SendResult {
     Failed,
 };
 
+// What the operator is told, after the file's name, of a send the repository
+// refused as already there and proven to hold this very content; a refusal
+// without that proof is told in SendResult::Refused's why. The same words
+// from front_panel_test's (U)pload and from front_panel_upload.
+QString alreadyStoredText(QString const& targetDir);
+
 // An exclusive flock on a results file for as long as it is being sent,
 // never waited for: front_panel_test and front_panel_upload never send one
 // file at the same time. Taken before the file's request is recorded, so a
@@ -65,8 +71,10 @@ SendResult sendAndRecord(UploadJournal const& journal, QString const& path,
 
 // The operator chose (U)pload: "requested" goes into the journal beside the
 // file first, so that a failed upload stays pending for front_panel_upload;
-// the operator is told what is being sent where; then sendAndRecord.
-bool uploadRequestedResults(QString const& path, QString const& targetDir);
+// the operator is told what is being sent where; then sendAndRecord. What
+// the repository's answer means (a refusal, a proven earlier store, a send
+// the journal could not record) is told here; Failed is left to the caller.
+SendResult uploadRequestedResults(QString const& path, QString const& targetDir);
 
 // A results file about to be written at path, whose name an earlier run's
 // pending upload still holds, would lose that board's results (and a later
