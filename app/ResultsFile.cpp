@@ -57,6 +57,7 @@ void ResultsFile::writeUnwritten() {
         done += n;
     }
     // The durability point of the results: the operator may switch off now.
+    // A request to upload the file relies on it too, and syncs nothing more.
     if (m_reason.isEmpty() && ::fsync(fd) != 0)
         failed();
     if (!m_reason.isEmpty()) {
