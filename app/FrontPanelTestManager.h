@@ -20,6 +20,7 @@
 #include "comms/EventDeviceComms.h"
 #include "comms/FrontPanelComms.h"
 #include "comms/SelfTestFPGAComms.h"
+#include "upload/JournaledUpload.h"
 
 class FrontPanelTestManager {
 public:
@@ -45,7 +46,7 @@ public:
     // serial link's, the input devices' and the terminal's; -1 for none) has
     // input; true when input ended it early.
     using Sleeper = std::function<bool(int32_t milliseconds, std::array<int, 4> const& inputFds)>;
-    using Uploader = std::function<bool(QString const& filePath, QString const& targetDir)>;
+    using Uploader = std::function<SendResult(QString const& filePath, QString const& targetDir)>;
 
     // Everything the manager talks to. Empty members are filled with the real
     // thing: the curses terminal, the devices at the instrument's paths, a

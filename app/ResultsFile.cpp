@@ -23,6 +23,8 @@ bool ResultsFile::create(QString const& path) {
     }
     // The file's name is on disk only once its folder is synced: without
     // this, every line's fsync is kept in a file a power cut loses whole.
+    // It also takes to the disk the unlink of an earlier file of this name
+    // kept aside (that one stays whole under its new name either way).
     if (!UploadJournal::syncFolder(path, nullptr))
         failed();
     return true;
@@ -55,11 +57,15 @@ void ResultsFile::writeUnwritten() {
         done += n;
     }
     // The durability point of the results: the operator may switch off now.
+    // A request to upload the file relies on it too, and syncs nothing more.
     if (m_reason.isEmpty() && ::fsync(fd) != 0)
         failed();
     if (!m_reason.isEmpty()) {
         // No part of a piece that may not be on disk stays in the file: the
         // file ends at its last synced whole line.
+        // Synced, as nothing later syncs this file: a failed writeback
+        // leaves the file's new size on the disk with zeros where the lost
+        // piece was, and the incomplete mark names the file as cut back.
         if (::ftruncate(fd, m_whole) == 0)
             ::fsync(fd); // best effort: the file is already marked incomplete
         return;

@@ -96,8 +96,11 @@ bool FrontPanelTestManager::reportIncompleteResults() {
 bool FrontPanelTestManager::uploadResults() {
     // Closed first so the repository gets the file exactly as it stands.
     m_logFile.close();
-    if (m_devices.upload(m_logFileName, resultsTargetDir(m_serialNumber)))
-        return true;
+    SendResult const result = m_devices.upload(m_logFileName, resultsTargetDir(m_serialNumber));
+    // A refusal was told with how to check the repository's copy: sending
+    // again cannot help, so neither a network failure nor "send later".
+    if (result != SendResult::Failed)
+        return result != SendResult::Refused;
     // Told to end (Ctrl-C, a shutdown, the terminal gone): the tries were
     // given up, not failed, and the file is as pending as after a failure.
     if (int const signalNumber = fpt::terminationSignal())

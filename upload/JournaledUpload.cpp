@@ -5,6 +5,7 @@
 #include <cstring>
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <QCryptographicHash>
@@ -127,8 +128,6 @@ QString sendLaterCommand(QString const& path) {
 
 bool recordRequest(UploadJournal const& journal, QString const& path, QString const& targetDir,
                    QString* why) {
-    if (!UploadJournal::syncToDisk(path, why))
-        return false;
     JournalEntry const request =
         UploadJournal::describe(JournalEntry::Event::Requested, path, targetDir);
     if (request.sha256.isEmpty()) {
@@ -157,14 +156,20 @@ SendResult sendAndRecord(UploadJournal const& journal, QString const& path,
     return settleRefusedSend(repository, uploader, journal, sent, why);
 }
 
-bool uploadRequestedResults(QString const& path, QString const& targetDir) {
+QString alreadyStoredText(QString const& targetDir) {
+    return QStringLiteral("already in %1 (an earlier try stored it: the same SHA-1), recorded as "
+                          "uploaded")
+        .arg(targetDir);
+}
+
+SendResult uploadRequestedResults(QString const& path, QString const& targetDir) {
     UploadJournal const journal(UploadJournal::besideResults(path));
     SendingLock lock(path);
     if (!lock.acquire()) {
         // Only front_panel_upload, sent by hand the file this run just wrote.
         std::fprintf(stderr, "%s is being sent by front_panel_upload right now\n",
                      local(path).constData());
-        return false;
+        return SendResult::Failed;
     }
     QString why;
     bool const recorded = recordRequest(journal, path, targetDir, &why);
@@ -178,24 +183,28 @@ bool uploadRequestedResults(QString const& path, QString const& targetDir) {
     std::printf("Uploading %s to %s ...\n", QFile::encodeName(path).constData(),
                 ProductionArtifactsNexusRepo::baseAddress().toLocal8Bit().constData());
     std::fflush(stdout);
-    switch (sendAndRecord(journal, path, targetDir, &why)) {
+    SendResult const result = sendAndRecord(journal, path, targetDir, &why);
+    switch (result) {
     case SendResult::Uploaded:
+    case SendResult::Failed:
+        break;
     case SendResult::AlreadyStored:
-        return true;
+        std::printf("%s: %s\n", local(path).constData(),
+                    local(alreadyStoredText(targetDir)).constData());
+        std::fflush(stdout);
+        break;
     case SendResult::Refused:
         std::fprintf(stderr, "%s: %s\n", local(path).constData(), local(why).constData());
-        return false;
+        break;
     case SendResult::UploadedUnrecorded:
         if (recorded)
             std::fprintf(stderr,
                          "%s was uploaded, but the journal could not record it (%s); "
                          "front_panel_upload may send it again\n",
                          local(path).constData(), local(why).constData());
-        return true;
-    case SendResult::Failed:
         break;
     }
-    return false;
+    return result;
 }
 
 QString keepPendingResultsAside(QString const& path) {
@@ -206,9 +215,18 @@ QString keepPendingResultsAside(QString const& path) {
     // A journal that cannot be read may hold a request for the file: kept
     // aside all the same, as nothing can be recorded.
     JournalEntry const* request = contents.lastRequest(path);
-    if (contents.error.isEmpty() && !contents.isPending(path))
-        return {};
     QByteArray const from = QFile::encodeName(path);
+    if (contents.error.isEmpty() && !contents.isPending(path)) {
+        // Still a second name of a file kept aside (a power cut took back
+        // the unlink below): emptied in place, it would empty the kept
+        // board's results too. The name goes; the file stays under the other.
+        struct stat info {};
+        if (::lstat(from.constData(), &info) == 0 && S_ISREG(info.st_mode) && info.st_nlink > 1 &&
+            ::unlink(from.constData()) != 0)
+            return QStringLiteral("!") + path + QStringLiteral(": ") +
+                   QString::fromLocal8Bit(std::strerror(errno));
+        return {};
+    }
     QString aside;
     for (int n = 1; aside.isEmpty() && n <= kMaxAsideNames; ++n) {
         QString const name = asideName(path, n);
@@ -222,21 +240,30 @@ QString keepPendingResultsAside(QString const& path) {
         return QStringLiteral("!no free name beside ") + path;
     QString why;
     if (request != nullptr) {
-        if (!recordRequest(journal, aside, request->targetDir, &why)) {
+        // The request moves as it was recorded: the file's content was on
+        // disk then (a file changed since stays "changed" under its new
+        // name), only the new name must reach the disk before it is named.
+        JournalEntry kept = *request;
+        kept.path = UploadJournal::canonical(aside);
+        kept.time = UploadJournal::describe(kept.event, path, kept.targetDir).time;
+        if (!UploadJournal::syncFolder(aside, &why) || !journal.append(kept, &why)) {
             ::unlink(QFile::encodeName(aside).constData());
             return QStringLiteral("!") + why;
         }
         JournalEntry moved = *request;
         moved.event = JournalEntry::Event::Moved;
-        moved.time = UploadJournal::describe(moved.event, path, moved.targetDir).time;
+        moved.time = kept.time;
         // Both names stay, the same content, both pending: sent twice at
         // worst, never lost.
         if (!journal.append(moved, &why))
             return QStringLiteral("!") + why;
     }
-    ::unlink(from.constData());
-    // The old name gone for good before the new file takes it.
-    UploadJournal::syncToDisk(aside, &why);
+    // Not synced here: the new results file's folder sync takes this unlink
+    // to the disk with its own name. Until then a cut leaves the old name,
+    // no longer pending, on the kept file (see above).
+    if (::unlink(from.constData()) != 0)
+        return QStringLiteral("!") + path + QStringLiteral(": ") +
+               QString::fromLocal8Bit(std::strerror(errno));
     return aside;
 }
 

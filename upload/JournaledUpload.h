@@ -14,9 +14,11 @@ QString resultsTargetDir(QString const& serialNumber);
 // The command that sends this results file later, as the operator types it.
 QString sendLaterCommand(QString const& path);
 
-// Records that the upload of the file was requested, once the file and the
-// folder that holds its name are on disk: a power cut must never leave a
-// record of a file the disk does not have. False with the reason in why.
+// Records that the upload of the file was requested. The caller has the
+// file and its name on disk already (front_panel_test syncs every line it
+// writes and the name when it creates the file; a file that failed either
+// is incomplete and never requested): a power cut must never leave a record
+// of a file the disk does not have. False with the reason in why.
 bool recordRequest(UploadJournal const& journal, QString const& path, QString const& targetDir,
                    QString* why);
 
@@ -36,6 +38,12 @@ enum class SendResult {
     Refused,
     Failed,
 };
+
+// What the operator is told, after the file's name, of a send the repository
+// refused as already there and proven to hold this very content; a refusal
+// without that proof is told in SendResult::Refused's why. The same words
+// from front_panel_test's (U)pload and from front_panel_upload.
+QString alreadyStoredText(QString const& targetDir);
 
 // An exclusive flock on a results file for as long as it is being sent,
 // never waited for: front_panel_test and front_panel_upload never send one
@@ -63,8 +71,10 @@ SendResult sendAndRecord(UploadJournal const& journal, QString const& path,
 
 // The operator chose (U)pload: "requested" goes into the journal beside the
 // file first, so that a failed upload stays pending for front_panel_upload;
-// the operator is told what is being sent where; then sendAndRecord.
-bool uploadRequestedResults(QString const& path, QString const& targetDir);
+// the operator is told what is being sent where; then sendAndRecord. What
+// the repository's answer means (a refusal, a proven earlier store, a send
+// the journal could not record) is told here; Failed is left to the caller.
+SendResult uploadRequestedResults(QString const& path, QString const& targetDir);
 
 // A results file about to be written at path, whose name an earlier run's
 // pending upload still holds, would lose that board's results (and a later
@@ -72,8 +82,9 @@ bool uploadRequestedResults(QString const& path, QString const& targetDir);
 // earlier file is kept aside as "<name>-<N>.<ext>" with its request: first
 // the new name (a hard link) and its "requested" line, then the "moved" line
 // for the old name, then the old name goes. Empty when nothing was pending
-// at path; else the name it was kept as, or, when it could not be kept, a
-// text starting "!" that says why (path is then left alone).
+// at path (a name still shared with a file kept aside goes, the file stays);
+// else the name it was kept as, or, when it could not be kept, a text
+// starting "!" that says why (path is then left as it was).
 QString keepPendingResultsAside(QString const& path);
 
 // Marks the file in the journal beside it as lacking lines, so that

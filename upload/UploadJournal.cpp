@@ -240,9 +240,13 @@ bool UploadJournal::append(JournalEntry const& entry, QString* why) const {
     if (!writeAll(fd.get(), line) || ::fdatasync(fd.get()) != 0) {
         int const error = errno;
         // A line cut short by a full disk would be read as damaged, or glued
-        // to the next one: take back whatever part of it was written.
-        if (::ftruncate(fd.get(), info.st_size) == 0)
-            ::fdatasync(fd.get());
+        // to the next one: take back whatever part of it was written. Not
+        // synced: until the next append's sync takes the cut-back to the
+        // disk, a power cut leaves at worst a torn last line (or the zeros
+        // of a failed writeback), which readers skip and the next append
+        // ends with a newline. One that fails leaves the line torn, the same.
+        int const cutBack = ::ftruncate(fd.get(), info.st_size);
+        static_cast<void>(cutBack);
         errno = error;
         return failed(m_path, why);
     }
@@ -256,13 +260,6 @@ bool UploadJournal::syncFolder(QString const& path, QString* why) {
     if (dir.get() < 0 || ::fsync(dir.get()) != 0)
         return failed(folder, why);
     return true;
-}
-
-bool UploadJournal::syncToDisk(QString const& path, QString* why) {
-    Descriptor fd(::open(QFile::encodeName(path).constData(), O_RDONLY | O_CLOEXEC));
-    if (fd.get() < 0 || ::fsync(fd.get()) != 0)
-        return failed(path, why);
-    return syncFolder(path, why);
 }
 
 JournalContents UploadJournal::read() const {

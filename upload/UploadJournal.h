@@ -102,10 +102,6 @@ public:
     static JournalEntry describe(JournalEntry::Event event, QString const& path,
                                  QString const& targetDir);
 
-    // Flushes a file and the folder that holds its name to disk, so that a
-    // power cut cannot take back what a record is about to claim. False with
-    // the reason ("<file>: <error>") in why.
-    static bool syncToDisk(QString const& path, QString* why);
     // Syncs the folder that holds `path`, so that its name is on disk; false
     // (and why) when it cannot be.
     static bool syncFolder(QString const& path, QString* why);

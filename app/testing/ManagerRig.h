@@ -167,7 +167,7 @@ struct ManagerRig {
                 duringSleep();
             return false;
         };
-        d.upload = [](QString const&, QString const&) { return true; };
+        d.upload = [](QString const&, QString const&) { return SendResult::Uploaded; };
         manager = std::make_unique<FrontPanelTestManager>(std::move(d));
     }
     FrontPanelTestManager& mgr() { return *manager; }

@@ -373,11 +373,7 @@ private:
                               .arg(targetDir, why),
                           true);
         case SendResult::AlreadyStored:
-            return report(path,
-                          QStringLiteral("already in %1 (an earlier try stored it: the same "
-                                         "SHA-1), recorded as uploaded")
-                              .arg(targetDir),
-                          true);
+            return report(path, alreadyStoredText(targetDir), true);
         case SendResult::Refused:
             return report(path, why, false);
         case SendResult::Failed:

@@ -198,13 +198,20 @@ TEST(UploadJournal, FileFoundThroughALinkedFolder) {
     EXPECT_TRUE(folder.journal.read().isPending(link + QStringLiteral("/r.txt")));
 }
 
-TEST(UploadJournal, RequestRecordedOnlyOnceTheFileIsOnDisk) {
+// A power cut right after the earlier file was kept aside took back the
+// unlink of its old name: the name, no longer pending, still shares the kept
+// file, which the new run must not empty.
+TEST(UploadJournal, NameStillSharedWithTheKeptFileLetGo) {
     Folder folder;
+    QString const path = folder.file("same.txt", "Serial No: A\n");
     QString why;
-    // The one file whose flush to disk always fails.
-    EXPECT_FALSE(recordRequest(folder.journal, "/dev/null", "/CV084/1/fpt/", &why));
-    EXPECT_EQ(why, QStringLiteral("/dev/null: Invalid argument"));
-    EXPECT_FALSE(QFileInfo::exists(folder.journal.path()));
+    ASSERT_TRUE(recordRequest(folder.journal, path, "/CV084/A/front_panel_test/", &why));
+    QString const aside = keepPendingResultsAside(path);
+    ASSERT_EQ(::link(QFile::encodeName(aside).constData(), QFile::encodeName(path).constData()), 0);
+    EXPECT_EQ(keepPendingResultsAside(path), QString());
+    QFile next(path); // the new run's results file, emptied
+    ASSERT_TRUE(next.open(QIODevice::WriteOnly | QIODevice::Truncate));
+    EXPECT_TRUE(FileState::of(aside).matches(folder.journal.read().pending().at(0)));
 }
 
 } // namespace

@@ -124,6 +124,8 @@ void PowerCutDisk::sync(Ino ino, bool failed) {
         for (Change const& change : inode.unsynced)
             apply(inode.durable, change);
         inode.promised = wholeLines(inode.durable);
+    } else if (inode.durable.size() < inode.live.size()) {
+        inode.durable.resize(inode.live.size(), '\0');
     }
     inode.unsynced.clear();
     traceLine("S " + std::to_string(ino) + (failed ? " failed" : " ok"));

@@ -6,8 +6,10 @@
 // data by fsync/fdatasync of the file, its names (create, link, rename,
 // unlink) by fsync of the folder. A cut loses everything unsynced, or keeps part of
 // it: a random prefix of each file's unsynced writes, as writeback gets to
-// some pages first. A failed sync loses the data it was writing, and Linux
-// reports that once: the next sync of the file succeeds without it.
+// some pages first. A failed sync loses the data it was writing, yet the
+// file's new size reaches the disk (it is journaled with the blocks taken
+// for it), so the lost bytes read back as zeros; Linux reports that once:
+// the next sync of the file succeeds without them.
 //
 // Every change is one line of a trace, so that a run recorded once can be
 // replayed up to any moment and cut there.
@@ -49,7 +51,8 @@ public:
     void link(Ino ino, std::string const& name);
     void rename(std::string const& from, std::string const& to);
     void unlink(std::string const& name);
-    // A failed sync drops the file's unsynced writes: they never reach the disk.
+    // A failed sync drops the file's unsynced writes: the disk gets only
+    // the size they gave it, zeros in their place.
     void sync(Ino ino, bool failed);
     void syncFolder();
     // The operator acts on what the programs showed: everything written so

@@ -106,11 +106,6 @@ def stored_assets(since=0):
     return stores
 
 
-def sent_claims(output, stamp):
-    """The lines of front_panel_upload that say a file went out."""
-    return [(stamp, line) for line in output.splitlines() if ": uploaded to " in line]
-
-
 def record(session):
     """Runs session(folder) on the power-cut disk and returns its Recording;
     session returns the operator's messages (time ns, text) that claim a send."""
@@ -175,11 +170,15 @@ def repository_sha(where):
         return sha256(f.read())
 
 
-def recover(disk):
+def recover(disk, named=()):
     """Starts the instrument again on what the cut left in `disk`, runs
+    front_panel_upload FILE for each file named (what it said of each), then
     front_panel_upload once; its result, and the folder afterwards."""
     folder = Folder(start_from=disk)
     try:
+        said = [subprocess.run([os.environ["FPT_UPLOAD_PROGRAM"],
+                                os.path.join(kit.RESULTS_DIR, name)], capture_output=True,
+                               text=True, timeout=120).stdout for name in named]
         sent = subprocess.run([os.environ["FPT_UPLOAD_PROGRAM"]], capture_output=True,
                               text=True, timeout=120)
         after = {}
@@ -188,4 +187,4 @@ def recover(disk):
                 after[name] = f.read()
     finally:
         folder.unmount()
-    return sent, after
+    return said, sent, after

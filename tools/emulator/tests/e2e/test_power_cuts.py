@@ -1,12 +1,13 @@
 #!/usr/bin/env python3
 """Power cuts at every moment of a factory session (the kit:
 tools/emulator/powercut/sweep.py): board A tested and its upload failing,
-board B tested under the same results name with one sync failing, then
-front_panel_upload. Each cut is recovered with front_panel_upload and
-checked: no line lost that was synced, or shown before a key was pressed; no
-open "requested" for a file the disk does not hold whole; no "uploaded" or
-"uploaded to" without those exact bytes in the repository; every request on
-the disk sent by one front_panel_upload."""
+board B tested under the same results name with a results-file sync
+failing, then front_panel_upload with the journal's sync failing. Each cut
+is recovered with front_panel_upload and checked: no line lost that was
+synced, or shown before a key was pressed; no open "requested" for a file
+the disk does not hold whole; no "uploaded" or "uploaded to" without those
+exact bytes in the repository; every request on the disk sent by one
+front_panel_upload; no file marked incomplete sent when named to it."""
 
 import os
 import re
@@ -21,7 +22,7 @@ from test_upload_journal import upload_program  # noqa: E402
 
 RESULTS = os.path.join(kit.RESULTS_DIR, "cv084.txt")
 PREFIXES = 16  # random prefixes of what is unsynced, per cut
-CLAIM = re.compile(r"\d+ of \d+ (.*): uploaded to (/.*)$")
+CLAIM = re.compile(r"\d+ of \d+ (.*): uploaded to (/[^,\s]*)")
 
 
 class Operator(kit.QuickStation):
@@ -45,6 +46,9 @@ def session(folder):
         finally:
             st.close()
         folder.promise()  # the program has ended: the operator may switch off
+    # Its "uploaded" line refused: the repository has the file, the journal
+    # does not say so, and the line is taken back.
+    folder.fail_next_sync()
     sent = upload_program()
     folder.promise()
     now = time.time_ns()
@@ -63,6 +67,12 @@ def journal(files):
     text = files.get(sweep.JOURNAL_NAME, b"")
     fields = [line.decode(errors="replace").split("\t") for line in text.split(b"\n")[:-1]]
     return [f for f in fields if len(f) == 6 and re.fullmatch("[0-9a-f]{64}", f[5])]
+
+
+def marked_incomplete(records, files):
+    """The files on the disk whose last record says they lack lines."""
+    last = {os.path.basename(path): event for event, _, _, path, _, _ in records}
+    return sorted(name for name, event in last.items() if event == "incomplete" and name in files)
 
 
 def pending(records):
@@ -126,10 +136,13 @@ class PowerCuts(unittest.TestCase):
                 stored = [d for _, w, d in recording.stores[:stores] if w == where(target, path)]
                 if event == "uploaded" and (not stored or sweep.sha256(stored[-1]) != sha):
                     finding("false claims", f"uploaded {name} not in the repository", state)
+            marked = marked_incomplete(records, files)
             key = (files.get(sweep.JOURNAL_NAME), stores,
-                   tuple(files.get(os.path.basename(p)) for p in sorted(waiting)))
+                   tuple(files.get(os.path.basename(p)) for p in sorted(waiting)),
+                   tuple(files[name] for name in marked))
             if key not in recoveries:
-                recoveries[key] = self.recover(state_dir, recording.stores[:stores], waiting)
+                recoveries[key] = self.recover(state_dir, recording.stores[:stores], waiting,
+                                               marked)
             for kind, text in recoveries[key]:
                 finding(kind, text, state)
 
@@ -149,11 +162,13 @@ class PowerCuts(unittest.TestCase):
         self.assertEqual(counts, {"lost": 0, "false claims": 0})
 
     @staticmethod
-    def recover(state_dir, stores, waiting):
-        """What one front_panel_upload on the cut's disk leaves wrong."""
+    def recover(state_dir, stores, waiting, marked):
+        """What one front_panel_upload on the cut's disk leaves wrong, and
+        what it says of each file marked incomplete named to it."""
         sweep.restore_repository(stores)
-        sent, after = sweep.recover(os.path.join(state_dir, "disk"))
-        wrong = []
+        said, sent, after = sweep.recover(os.path.join(state_dir, "disk"), marked)
+        wrong = [("false claims", f"front_panel_upload sent {name}, marked incomplete, as the "
+                  "board's results") for name, out in zip(marked, said) if ": uploaded to " in out]
         for path, (target, sha) in sorted(waiting.items()):
             if sweep.repository_sha(where(target, path)) != sha:
                 wrong.append(("lost", f"request for {os.path.basename(path)} to {target} not "

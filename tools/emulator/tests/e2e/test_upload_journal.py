@@ -223,6 +223,17 @@ class RefusedResend(UploadCase):
             " https://nexus.cv084.test/repository/vy_production_artifacts/CV084/C1/"
             f"front_panel_test/c.txt has SHA-1 {sha1} (this file's)\n0 sent, 1 not sent\n"))
         self.assertEqual(refused.returncode, 1)
+        # The board tested again under that name: the program's own (U)pload
+        # is refused the same way, and says so, with what to compare; not a
+        # network failure, nor a file to send later.
+        self.assertEqual(self.operator_run("C1", "u", "-f", results).wait_exit(), 0)
+        with open(results, "rb") as f:
+            sha1 = hashlib.sha1(f.read()).hexdigest()
+        told = self.terminal_text()
+        self.assertIn(f"{results}: the repository refused it (HTTP 400)", told)
+        self.assertIn(f"/CV084/C1/front_panel_test/c.txt has SHA-1 {sha1} (this file's)\n", told)
+        self.assertNotIn(FAILED, told)
+        self.assertNotIn("send them later", told)
         again = upload_program()
         self.assertEqual((again.returncode, again.stdout), (0, "Nothing to send.\n"))
 
