@@ -1,5 +1,7 @@
 #include "yield/ResultsCache.h"
 
+#include "yield/TextPool.h"
+
 #include <QDir>
 #include <QSqlDatabase>
 #include <QSqlError>
@@ -16,6 +18,9 @@ namespace {
 // Bumped when the table's meaning changes: an older cache is emptied and
 // filled again from the repository rather than misread.
 constexpr int kSchemaVersion = 1;
+// Rows per commit while downloading: a cut-off run loses at most these
+// downloads, and a year's first sync makes a hundred commits, not 100,000.
+constexpr int kRowsPerCommit = 1000;
 
 QString newConnectionName() {
     static std::atomic<int> counter{0};
@@ -33,18 +38,13 @@ QString encodeResults(std::vector<ResultLine> const& results) {
 }
 
 // A year of a busy line holds a million and more result lines but only a
-// few dozen test names: every line shares its name's one copy (names).
-std::vector<ResultLine> decodeResults(QString const& text, QSet<QString>& names) {
+// few dozen test names.
+std::vector<ResultLine> decodeResults(QString const& text, TextPool& names) {
     std::vector<ResultLine> results;
     for (QStringRef const& line : text.splitRef(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
         ResultLine result;
         if (outcomeFromLetter(line.at(0).toLatin1(), result.outcome)) {
-            QString const name = line.mid(1).toString();
-            auto known = names.constFind(name);
-            if (known == names.constEnd()) {
-                known = names.insert(name);
-            }
-            result.name = *known;
+            result.name = names.share(line.mid(1).toString());
             results.push_back(std::move(result));
         }
     }
@@ -57,6 +57,9 @@ ResultsCache::ResultsCache(QString directory)
     : directory_(std::move(directory)), connection_(newConnectionName()) {}
 
 ResultsCache::~ResultsCache() {
+    // What was stored is whole: kept, even on a failed run.
+    flush();
+    insert_.reset();
     {
         QSqlDatabase db = QSqlDatabase::database(connection_, false);
         if (db.isOpen()) {
@@ -119,11 +122,13 @@ QHash<QString, CachedAsset> ResultsCache::assets() {
     QHash<QString, CachedAsset> assets;
     QSqlQuery query(QSqlDatabase::database(connection_));
     query.setForwardOnly(true);
+    TextPool uploaders;
     if (query.exec(QStringLiteral("SELECT path, sha1, uploader, uploader_ip FROM asset"))) {
         while (query.next()) {
             assets.insert(query.value(0).toString(),
-                          CachedAsset{query.value(1).toString(), query.value(2).toString(),
-                                      query.value(3).toString()});
+                          CachedAsset{query.value(1).toString(),
+                                      uploaders.share(query.value(2).toString()),
+                                      uploaders.share(query.value(3).toString())});
         }
     }
     return assets;
@@ -131,43 +136,60 @@ QHash<QString, CachedAsset> ResultsCache::assets() {
 
 bool ResultsCache::store(Asset const& asset, QString const& contentSha1,
                          ParsedResultsFile const& parsed) {
-    // A single statement is a transaction of its own in SQLite: the sha1 is
-    // never recorded without the parse result of the same bytes.
-    QSqlQuery query(QSqlDatabase::database(connection_));
-    query.prepare(QStringLiteral("INSERT OR REPLACE INTO asset (path, sha1, uploader, uploader_ip, "
-                                 "readable, serial, started,"
-                                 " results) VALUES (?, ?, ?, ?, ?, ?, ?, ?)"));
-    query.addBindValue(asset.path);
-    query.addBindValue(contentSha1);
-    query.addBindValue(asset.uploader);
-    query.addBindValue(asset.uploaderIp);
-    query.addBindValue(parsed.readable ? 1 : 0);
-    query.addBindValue(parsed.serial);
-    query.addBindValue(parsed.started);
-    query.addBindValue(encodeResults(parsed.results));
-    if (!query.exec()) {
-        return fail(QStringLiteral("%1: %2").arg(filePath(), query.lastError().text()));
+    QSqlDatabase db = QSqlDatabase::database(connection_);
+    if (!insert_) {
+        insert_ = std::make_unique<QSqlQuery>(db);
+        if (!insert_->prepare(QStringLiteral(
+                "INSERT OR REPLACE INTO asset (path, sha1, uploader, uploader_ip, readable,"
+                " serial, started, results) VALUES (?, ?, ?, ?, ?, ?, ?, ?)"))) {
+            QString const reason = insert_->lastError().text();
+            insert_.reset();
+            return fail(QStringLiteral("%1: %2").arg(filePath(), reason));
+        }
+    }
+    if (uncommitted_ == 0 && !db.transaction()) {
+        return fail(QStringLiteral("%1: %2").arg(filePath(), db.lastError().text()));
+    }
+    ++uncommitted_;
+    insert_->addBindValue(asset.path);
+    insert_->addBindValue(contentSha1);
+    insert_->addBindValue(asset.uploader);
+    insert_->addBindValue(asset.uploaderIp);
+    insert_->addBindValue(parsed.readable ? 1 : 0);
+    insert_->addBindValue(parsed.serial);
+    insert_->addBindValue(parsed.started);
+    insert_->addBindValue(encodeResults(parsed.results));
+    if (!insert_->exec()) {
+        return fail(QStringLiteral("%1: %2").arg(filePath(), insert_->lastError().text()));
+    }
+    return uncommitted_ < kRowsPerCommit || flush();
+}
+
+bool ResultsCache::flush() {
+    if (uncommitted_ == 0) {
+        return true;
+    }
+    uncommitted_ = 0;
+    QSqlDatabase db = QSqlDatabase::database(connection_);
+    if (!db.commit()) {
+        QString const reason = db.lastError().text();
+        db.rollback();
+        return fail(QStringLiteral("%1: %2").arg(filePath(), reason));
     }
     return true;
 }
 
-bool ResultsCache::reconcile(std::vector<Asset> const& listed,
-                             QHash<QString, CachedAsset> const& cached) {
+bool ResultsCache::reconcile(std::vector<Asset> const& relabelled, QStringList const& gone) {
+    if (!flush()) {
+        return false;
+    }
     QSqlDatabase db = QSqlDatabase::database(connection_);
-    QSet<QString> present;
-    present.reserve(listed.size());
     if (!db.transaction()) {
         return fail(QStringLiteral("%1: %2").arg(filePath(), db.lastError().text()));
     }
     QSqlQuery update(db);
     update.prepare(QStringLiteral("UPDATE asset SET uploader = ?, uploader_ip = ? WHERE path = ?"));
-    for (Asset const& asset : listed) {
-        present.insert(asset.path);
-        auto const found = cached.find(asset.path);
-        if (found == cached.end() ||
-            (found->uploader == asset.uploader && found->uploaderIp == asset.uploaderIp)) {
-            continue;
-        }
+    for (Asset const& asset : relabelled) {
         update.addBindValue(asset.uploader);
         update.addBindValue(asset.uploaderIp);
         update.addBindValue(asset.path);
@@ -179,11 +201,8 @@ bool ResultsCache::reconcile(std::vector<Asset> const& listed,
     }
     QSqlQuery remove(db);
     remove.prepare(QStringLiteral("DELETE FROM asset WHERE path = ?"));
-    for (auto it = cached.begin(); it != cached.end(); ++it) {
-        if (present.contains(it.key())) {
-            continue;
-        }
-        remove.addBindValue(it.key());
+    for (QString const& path : gone) {
+        remove.addBindValue(path);
         if (!remove.exec()) {
             QString const reason = remove.lastError().text();
             db.rollback();
@@ -198,6 +217,9 @@ bool ResultsCache::reconcile(std::vector<Asset> const& listed,
 
 std::vector<CachedRun> ResultsCache::runs() {
     std::vector<CachedRun> runs;
+    if (!flush()) {
+        return runs;
+    }
     QSqlQuery query(QSqlDatabase::database(connection_));
     query.setForwardOnly(true);
     if (!query.exec(QStringLiteral("SELECT path, uploader, uploader_ip, readable, serial, started,"
@@ -205,12 +227,13 @@ std::vector<CachedRun> ResultsCache::runs() {
         fail(QStringLiteral("%1: %2").arg(filePath(), query.lastError().text()));
         return runs;
     }
-    QSet<QString> names;
+    TextPool names;
+    TextPool uploaders;
     while (query.next()) {
         CachedRun run;
         run.path = query.value(0).toString();
-        run.uploader = query.value(1).toString();
-        run.uploaderIp = query.value(2).toString();
+        run.uploader = uploaders.share(query.value(1).toString());
+        run.uploaderIp = uploaders.share(query.value(2).toString());
         run.parsed.readable = query.value(3).toInt() != 0;
         run.parsed.serial = query.value(4).toString();
         run.parsed.started = query.value(5).toString();
