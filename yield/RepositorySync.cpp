@@ -10,9 +10,10 @@
 namespace yield {
 
 RepositorySync::RepositorySync(Transport& transport, ResultsCache& cache, QUrl repository,
-                               QString account)
+                               QString account, std::size_t downloadsPerGroup)
     : transport_(transport), cache_(cache), repository_(std::move(repository)),
-      account_(std::move(account)) {}
+      account_(std::move(account)),
+      downloadsPerGroup_(std::max<std::size_t>(1, downloadsPerGroup)) {}
 
 QString RepositorySync::describe(Response const& response, QUrl const& url) const {
     QString const repository = repository_.toDisplayString();
@@ -32,14 +33,6 @@ QString RepositorySync::describe(Response const& response, QUrl const& url) cons
     }
     return QStringLiteral("cannot reach %1: %2").arg(repository, response.error);
 }
-
-namespace {
-
-// Downloads are asked for in groups of this many: the addresses of a whole
-// year's files need not be held at once.
-constexpr std::size_t kDownloadsPerGroup = 1000;
-
-} // namespace
 
 SyncOutcome RepositorySync::run() {
     SyncOutcome outcome;
@@ -102,8 +95,8 @@ SyncOutcome RepositorySync::run() {
     paths = {};
 
     bool failed = false;
-    for (std::size_t first = 0; first < wanted.size() && !failed; first += kDownloadsPerGroup) {
-        std::size_t const end = std::min(wanted.size(), first + kDownloadsPerGroup);
+    for (std::size_t first = 0; first < wanted.size() && !failed; first += downloadsPerGroup_) {
+        std::size_t const end = std::min(wanted.size(), first + downloadsPerGroup_);
         std::vector<QUrl> urls;
         urls.reserve(end - first);
         for (std::size_t i = first; i < end; ++i) {

@@ -10,6 +10,7 @@
 
 #include <QSet>
 
+#include <algorithm>
 #include <atomic>
 
 namespace yield {
@@ -39,12 +40,19 @@ QString encodeResults(std::vector<ResultLine> const& results) {
 
 // A year of a busy line holds a million and more result lines but only a
 // few dozen test names.
-std::vector<ResultLine> decodeResults(QString const& text, TextPool& names) {
+// Read as the UTF-8 the cache holds: no conversion, and each name's bytes
+// looked up as they are.
+std::vector<ResultLine> decodeResults(QByteArray const& text, TextPool& names) {
     std::vector<ResultLine> results;
-    for (QStringRef const& line : text.splitRef(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+    results.reserve(static_cast<std::size_t>(text.count('\n')));
+    std::string_view rest(text.constData(), static_cast<std::size_t>(text.size()));
+    while (!rest.empty()) {
+        std::size_t const end = std::min(rest.find('\n'), rest.size());
+        std::string_view const line = rest.substr(0, end);
+        rest.remove_prefix(std::min(end + 1, rest.size()));
         ResultLine result;
-        if (outcomeFromLetter(line.at(0).toLatin1(), result.outcome)) {
-            result.name = names.share(line.mid(1).toString());
+        if (!line.empty() && outcomeFromLetter(line.front(), result.outcome)) {
+            result.name = names.share(line.substr(1));
             results.push_back(std::move(result));
         }
     }
@@ -222,8 +230,11 @@ std::vector<CachedRun> ResultsCache::runs() {
     }
     QSqlQuery query(QSqlDatabase::database(connection_));
     query.setForwardOnly(true);
+    if (query.exec(QStringLiteral("SELECT COUNT(*) FROM asset")) && query.next()) {
+        runs.reserve(query.value(0).toULongLong());
+    }
     if (!query.exec(QStringLiteral("SELECT path, uploader, uploader_ip, readable, serial, started,"
-                                   " results FROM asset"))) {
+                                   " CAST(results AS BLOB) FROM asset"))) {
         fail(QStringLiteral("%1: %2").arg(filePath(), query.lastError().text()));
         return runs;
     }
@@ -237,7 +248,7 @@ std::vector<CachedRun> ResultsCache::runs() {
         run.parsed.readable = query.value(3).toInt() != 0;
         run.parsed.serial = query.value(4).toString();
         run.parsed.started = query.value(5).toString();
-        run.parsed.results = decodeResults(query.value(6).toString(), names);
+        run.parsed.results = decodeResults(query.value(6).toByteArray(), names);
         runs.push_back(std::move(run));
     }
     return runs;
