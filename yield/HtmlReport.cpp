@@ -5,6 +5,7 @@
 #include <QStringList>
 
 #include <algorithm>
+#include <cmath>
 
 namespace yield {
 namespace {
@@ -20,6 +21,19 @@ constexpr int kWidth = 900;
 constexpr int kLeft = 50;
 constexpr int kRight = 20;
 constexpr int kTop = 20;
+// Below the baseline: room for one line of labels.
+constexpr int kBottom = 60;
+// Chart labels are 10px sans-serif, whose glyphs average narrower than
+// this: a label's width is bounded without a browser to measure it.
+constexpr double kLabelCharWidth = 6.0;
+// The Pareto's test names slant up to the right, ending under their bar;
+// longer ones are cut (the table and the bar's tip give them whole).
+constexpr int kMostLabelChars = 32;
+constexpr double kSlant = 35.0;
+
+double labelWidth(QString const& text) {
+    return kLabelCharWidth * text.size();
+}
 
 QString esc(QString const& text) {
     return text.toHtmlEscaped();
@@ -56,20 +70,21 @@ std::vector<Period> periods(YieldFigures const& figures) {
     return periods;
 }
 
-// The frame of a chart: the value axis from 0 to top with three labels.
-QString frame(int height, double top, QString const& unit) {
+// The frame of a chart: the value axis from 0 to top with three labels,
+// the plot from left to the right margin, bottom under the baseline.
+QString frame(int height, double top, QString const& unit, int left = kLeft, int bottom = kBottom) {
     QString svg =
         QStringLiteral("<svg width=\"%1\" height=\"%2\" viewBox=\"0 0 %1 %2\" role=\"img\">")
             .arg(kWidth)
-            .arg(height + kTop + 60);
+            .arg(height + kTop + bottom);
     for (int step = 0; step <= 2; ++step) {
         int const y = kTop + height - step * height / 2;
         svg += QStringLiteral("<line class=\"grid\" x1=\"%1\" y1=\"%2\" x2=\"%3\" y2=\"%2\"/>"
                               "<text class=\"axis\" x=\"%4\" y=\"%5\">%6%7</text>")
-                   .arg(kLeft)
+                   .arg(left)
                    .arg(y)
                    .arg(kWidth - kRight)
-                   .arg(kLeft - 6)
+                   .arg(left - 6)
                    .arg(y + 4)
                    .arg(num(top * step / 2).remove(QStringLiteral(".0")))
                    .arg(unit);
@@ -87,9 +102,10 @@ QString bar(double x, double width, int baseline, double height, QString const& 
 QString label(double x, int y, QString const& text, bool slanted) {
     if (slanted) {
         return QStringLiteral(
-                   "<text class=\"slant\" transform=\"translate(%1 %2) rotate(-35)\">%3</text>")
+                   "<text class=\"slant\" transform=\"translate(%1 %2) rotate(-%3)\">%4</text>")
             .arg(num(x))
             .arg(y)
+            .arg(kSlant)
             .arg(esc(text));
     }
     return QStringLiteral("<text class=\"label\" x=\"%1\" y=\"%2\">%3</text>")
@@ -117,7 +133,11 @@ QString dayChart(std::vector<Period> const& periods) {
                            .arg(period.firstPass.boards));
         }
         if (i % labelEvery == 0) {
-            svg += label(x, baseline + 16, period.label, false);
+            // Centred under its bar, but never past either end of the chart.
+            double const half = labelWidth(period.label) / 2;
+            double const centre =
+                std::clamp(x + slot / 2, half + 2, static_cast<double>(kWidth) - half - 2);
+            svg += label(centre, baseline + 16, period.label, false);
         }
     }
     return svg + QStringLiteral("</svg>\n");
@@ -128,22 +148,48 @@ QString paretoChart(std::vector<std::pair<QString, int>> const& tests) {
     int const baseline = kTop + height;
     int top = 1;
     int total = 0;
+    QStringList names;
     for (auto const& test : tests) {
         top = std::max(top, test.second);
         total += test.second;
+        QString name = displayName(test.first);
+        if (name.size() > kMostLabelChars) {
+            name = name.left(kMostLabelChars - 1) + QChar(0x2026);
+        }
+        names.append(name);
     }
-    QString svg = frame(height, top, QString());
-    double const slot =
-        static_cast<double>(kWidth - kLeft - kRight) / std::max<std::size_t>(tests.size(), 1);
+    // A slanted name reaches left of its bar by its width's cosine and
+    // below the baseline by its sine: the plot moves right until the first
+    // names fit, and the chart grows down to the longest.
+    double const radians = kSlant * std::acos(-1.0) / 180;
+    double const cosine = std::cos(radians);
+    double const sine = std::sin(radians);
+    std::size_t const count = std::max<std::size_t>(tests.size(), 1);
+    int left = kLeft;
+    for (int pass = 0; pass < 3; ++pass) {
+        double const slot = static_cast<double>(kWidth - left - kRight) / count;
+        double reach = kLeft;
+        for (int i = 0; i < names.size(); ++i) {
+            reach = std::max(reach, labelWidth(names[i]) * cosine + 4 - slot * (i + 0.5));
+        }
+        left = static_cast<int>(std::ceil(reach));
+    }
+    double longest = 0;
+    for (QString const& name : names) {
+        longest = std::max(longest, labelWidth(name));
+    }
+    QString svg = frame(height, top, QString(), left,
+                        std::max(kBottom, static_cast<int>(std::ceil(14 + longest * sine + 14))));
+    double const slot = static_cast<double>(kWidth - left - kRight) / count;
     QStringList points;
     int cumulative = 0;
     for (std::size_t i = 0; i < tests.size(); ++i) {
         auto const& [name, runs] = tests[i];
-        double const x = kLeft + slot * i;
+        double const x = left + slot * i;
         svg += bar(x + slot * 0.15, slot * 0.7, baseline, static_cast<double>(height) * runs / top,
                    QStringLiteral("fail"),
                    QStringLiteral("%1: failed in %2 runs").arg(displayName(name)).arg(runs));
-        svg += label(x + slot * 0.5, baseline + 14, displayName(name), true);
+        svg += label(x + slot * 0.5, baseline + 14, names[static_cast<int>(i)], true);
         cumulative += runs;
         points.append(QStringLiteral("%1,%2")
                           .arg(num(x + slot * 0.5))
@@ -235,7 +281,8 @@ char const kStyle[] =
     "8px;text-align:right}"
     "td:first-child,th:first-child{text-align:left}"
     "svg{display:block;margin:.5em 0}"
-    ".grid{stroke:#ddd}.axis{font-size:11px;text-anchor:end}.label{font-size:10px}"
+    ".grid{stroke:#ddd}.axis{font-size:11px;text-anchor:end}.label{font-size:10px;text-anchor:"
+    "middle}"
     ".slant{font-size:10px;text-anchor:end}.value{font-size:11px}"
     ".yield{fill:#3a7d44}.fail{fill:#c0392b}.retest{fill:#2e6da4}"
     ".cumulative{fill:none;stroke:#222;stroke-width:1.5}";

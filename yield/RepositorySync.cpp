@@ -1,14 +1,19 @@
 #include "yield/RepositorySync.h"
 
+#include "yield/TextPool.h"
+
 #include <QCryptographicHash>
 #include <QSet>
+
+#include <algorithm>
 
 namespace yield {
 
 RepositorySync::RepositorySync(Transport& transport, ResultsCache& cache, QUrl repository,
-                               QString account)
+                               QString account, std::size_t downloadsPerGroup)
     : transport_(transport), cache_(cache), repository_(std::move(repository)),
-      account_(std::move(account)) {}
+      account_(std::move(account)),
+      downloadsPerGroup_(std::max<std::size_t>(1, downloadsPerGroup)) {}
 
 QString RepositorySync::describe(Response const& response, QUrl const& url) const {
     QString const repository = repository_.toDisplayString();
@@ -31,11 +36,15 @@ QString RepositorySync::describe(Response const& response, QUrl const& url) cons
 
 SyncOutcome RepositorySync::run() {
     SyncOutcome outcome;
-    // The listing in full before anything is forgotten: a listing cut short
-    // says nothing about the assets it did not reach.
-    std::vector<Asset> listed;
+    // What is cached but not (yet) listed: after the whole listing, what
+    // the repository no longer holds. Nothing is forgotten before then: a
+    // listing cut short says nothing about the assets it did not reach.
+    QHash<QString, CachedAsset> unlisted = cache_.assets();
+    std::vector<Asset> wanted;
+    std::vector<Asset> relabelled;
     QSet<QString> paths;
     QSet<QString> tokens;
+    TextPool uploaders;
     QString token;
     do {
         QUrl const url = assetListingUrl(repository_, token);
@@ -52,10 +61,25 @@ SyncOutcome RepositorySync::run() {
             return outcome;
         }
         for (Asset& asset : page->assets) {
-            if (isResultsPath(asset.path) && !paths.contains(asset.path)) {
-                paths.insert(asset.path);
-                listed.push_back(std::move(asset));
+            if (!isResultsPath(asset.path) || paths.contains(asset.path)) {
+                continue;
             }
+            paths.insert(asset.path);
+            asset.uploader = uploaders.share(asset.uploader);
+            asset.uploaderIp = uploaders.share(asset.uploaderIp);
+            auto const found = unlisted.find(asset.path);
+            if (found == unlisted.end()) {
+                wanted.push_back(std::move(asset));
+                continue;
+            }
+            // A listing without a sha1 cannot tell a change: what is cached
+            // stays.
+            if (!asset.sha1.isEmpty() && found->sha1 != asset.sha1) {
+                wanted.push_back(std::move(asset));
+            } else if (found->uploader != asset.uploader || found->uploaderIp != asset.uploaderIp) {
+                relabelled.push_back(std::move(asset));
+            }
+            unlisted.erase(found);
         }
         token = page->continuationToken;
         if (!token.isEmpty() && tokens.contains(token)) {
@@ -67,49 +91,52 @@ SyncOutcome RepositorySync::run() {
         }
         tokens.insert(token);
     } while (!token.isEmpty());
-    outcome.listed = static_cast<int>(listed.size());
+    outcome.listed = paths.size();
+    paths = {};
 
-    QHash<QString, CachedAsset> const cached = cache_.assets();
-    std::vector<Asset const*> wanted;
-    std::vector<QUrl> urls;
-    for (Asset const& asset : listed) {
-        auto const found = cached.find(asset.path);
-        // A listing without a sha1 cannot tell a change: what is cached stays.
-        bool const fresh =
-            found == cached.end() || (!asset.sha1.isEmpty() && found->sha1 != asset.sha1);
-        if (fresh) {
-            wanted.push_back(&asset);
-            urls.push_back(repository_.resolved(QUrl(asset.downloadUrl)));
-        }
-    }
     bool failed = false;
-    transport_.getEach(urls, [&](std::size_t index, Response const& response) {
-        if (response.kind != Response::Kind::Ok) {
-            outcome.error = describe(response, urls[index]);
-            failed = true;
-            return false;
+    for (std::size_t first = 0; first < wanted.size() && !failed; first += downloadsPerGroup_) {
+        std::size_t const end = std::min(wanted.size(), first + downloadsPerGroup_);
+        std::vector<QUrl> urls;
+        urls.reserve(end - first);
+        for (std::size_t i = first; i < end; ++i) {
+            urls.push_back(repository_.resolved(QUrl(wanted[i].downloadUrl)));
         }
-        // Kept under the listing's sha1: a file replaced between the
-        // listing and its download is listed with a new sha1 next time and
-        // fetched again.
-        Asset const& asset = *wanted[index];
-        QString const sha1 =
-            !asset.sha1.isEmpty()
-                ? asset.sha1
-                : QString::fromLatin1(
-                      QCryptographicHash::hash(response.body, QCryptographicHash::Sha1).toHex());
-        if (!cache_.store(asset, sha1, parseResultsFile(response.body))) {
-            outcome.error = QStringLiteral("cache %1").arg(cache_.error());
-            failed = true;
-            return false;
-        }
-        ++outcome.downloaded;
-        return true;
-    });
+        transport_.getEach(urls, [&](std::size_t index, Response const& response) {
+            if (response.kind != Response::Kind::Ok) {
+                outcome.error = describe(response, urls[index]);
+                failed = true;
+                return false;
+            }
+            // Kept under the listing's sha1: a file replaced between the
+            // listing and its download is listed with a new sha1 next time
+            // and fetched again.
+            Asset& asset = wanted[first + index];
+            QString const sha1 =
+                !asset.sha1.isEmpty()
+                    ? asset.sha1
+                    : QString::fromLatin1(
+                          QCryptographicHash::hash(response.body, QCryptographicHash::Sha1)
+                              .toHex());
+            if (!cache_.store(asset, sha1, parseResultsFile(response.body))) {
+                outcome.error = QStringLiteral("cache %1").arg(cache_.error());
+                failed = true;
+                return false;
+            }
+            asset = Asset();
+            ++outcome.downloaded;
+            return true;
+        });
+    }
+    // The downloads stored before a failure are whole: kept for the next run.
+    if (!cache_.flush() && !failed) {
+        outcome.error = QStringLiteral("cache %1").arg(cache_.error());
+        return outcome;
+    }
     if (failed) {
         return outcome;
     }
-    if (!cache_.reconcile(listed, cached)) {
+    if (!cache_.reconcile(relabelled, unlisted.keys())) {
         outcome.error = QStringLiteral("cache %1").arg(cache_.error());
         return outcome;
     }

@@ -11,6 +11,8 @@
 #include <QString>
 #include <QUrl>
 
+#include <cstddef>
+
 namespace yield {
 
 struct SyncOutcome {
@@ -21,9 +23,14 @@ struct SyncOutcome {
     int downloaded = 0;
 };
 
+// Downloads are asked for in groups of this many: the addresses of a whole
+// year's files need not be held at once.
+constexpr std::size_t kDownloadsPerGroup = 1000;
+
 class RepositorySync {
 public:
-    RepositorySync(Transport& transport, ResultsCache& cache, QUrl repository, QString account);
+    RepositorySync(Transport& transport, ResultsCache& cache, QUrl repository, QString account,
+                   std::size_t downloadsPerGroup = kDownloadsPerGroup);
     SyncOutcome run();
 
 private:
@@ -33,6 +40,7 @@ private:
     ResultsCache& cache_;
     QUrl repository_;
     QString account_;
+    std::size_t downloadsPerGroup_;
 };
 
 } // namespace yield

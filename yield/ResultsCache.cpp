@@ -1,5 +1,7 @@
 #include "yield/ResultsCache.h"
 
+#include "yield/TextPool.h"
+
 #include <QDir>
 #include <QSqlDatabase>
 #include <QSqlError>
@@ -8,6 +10,7 @@
 
 #include <QSet>
 
+#include <algorithm>
 #include <atomic>
 
 namespace yield {
@@ -16,6 +19,9 @@ namespace {
 // Bumped when the table's meaning changes: an older cache is emptied and
 // filled again from the repository rather than misread.
 constexpr int kSchemaVersion = 1;
+// Rows per commit while downloading: a cut-off run loses at most these
+// downloads, and a year's first sync makes a hundred commits, not 100,000.
+constexpr int kRowsPerCommit = 1000;
 
 QString newConnectionName() {
     static std::atomic<int> counter{0};
@@ -33,18 +39,20 @@ QString encodeResults(std::vector<ResultLine> const& results) {
 }
 
 // A year of a busy line holds a million and more result lines but only a
-// few dozen test names: every line shares its name's one copy (names).
-std::vector<ResultLine> decodeResults(QString const& text, QSet<QString>& names) {
+// few dozen test names.
+// Read as the UTF-8 the cache holds: no conversion, and each name's bytes
+// looked up as they are.
+std::vector<ResultLine> decodeResults(QByteArray const& text, TextPool& names) {
     std::vector<ResultLine> results;
-    for (QStringRef const& line : text.splitRef(QLatin1Char('\n'), Qt::SkipEmptyParts)) {
+    results.reserve(static_cast<std::size_t>(text.count('\n')));
+    std::string_view rest(text.constData(), static_cast<std::size_t>(text.size()));
+    while (!rest.empty()) {
+        std::size_t const end = std::min(rest.find('\n'), rest.size());
+        std::string_view const line = rest.substr(0, end);
+        rest.remove_prefix(std::min(end + 1, rest.size()));
         ResultLine result;
-        if (outcomeFromLetter(line.at(0).toLatin1(), result.outcome)) {
-            QString const name = line.mid(1).toString();
-            auto known = names.constFind(name);
-            if (known == names.constEnd()) {
-                known = names.insert(name);
-            }
-            result.name = *known;
+        if (!line.empty() && outcomeFromLetter(line.front(), result.outcome)) {
+            result.name = names.share(line.substr(1));
             results.push_back(std::move(result));
         }
     }
@@ -57,6 +65,9 @@ ResultsCache::ResultsCache(QString directory)
     : directory_(std::move(directory)), connection_(newConnectionName()) {}
 
 ResultsCache::~ResultsCache() {
+    // What was stored is whole: kept, even on a failed run.
+    flush();
+    insert_.reset();
     {
         QSqlDatabase db = QSqlDatabase::database(connection_, false);
         if (db.isOpen()) {
@@ -119,11 +130,13 @@ QHash<QString, CachedAsset> ResultsCache::assets() {
     QHash<QString, CachedAsset> assets;
     QSqlQuery query(QSqlDatabase::database(connection_));
     query.setForwardOnly(true);
+    TextPool uploaders;
     if (query.exec(QStringLiteral("SELECT path, sha1, uploader, uploader_ip FROM asset"))) {
         while (query.next()) {
             assets.insert(query.value(0).toString(),
-                          CachedAsset{query.value(1).toString(), query.value(2).toString(),
-                                      query.value(3).toString()});
+                          CachedAsset{query.value(1).toString(),
+                                      uploaders.share(query.value(2).toString()),
+                                      uploaders.share(query.value(3).toString())});
         }
     }
     return assets;
@@ -131,43 +144,60 @@ QHash<QString, CachedAsset> ResultsCache::assets() {
 
 bool ResultsCache::store(Asset const& asset, QString const& contentSha1,
                          ParsedResultsFile const& parsed) {
-    // A single statement is a transaction of its own in SQLite: the sha1 is
-    // never recorded without the parse result of the same bytes.
-    QSqlQuery query(QSqlDatabase::database(connection_));
-    query.prepare(QStringLiteral("INSERT OR REPLACE INTO asset (path, sha1, uploader, uploader_ip, "
-                                 "readable, serial, started,"
-                                 " results) VALUES (?, ?, ?, ?, ?, ?, ?, ?)"));
-    query.addBindValue(asset.path);
-    query.addBindValue(contentSha1);
-    query.addBindValue(asset.uploader);
-    query.addBindValue(asset.uploaderIp);
-    query.addBindValue(parsed.readable ? 1 : 0);
-    query.addBindValue(parsed.serial);
-    query.addBindValue(parsed.started);
-    query.addBindValue(encodeResults(parsed.results));
-    if (!query.exec()) {
-        return fail(QStringLiteral("%1: %2").arg(filePath(), query.lastError().text()));
+    QSqlDatabase db = QSqlDatabase::database(connection_);
+    if (!insert_) {
+        insert_ = std::make_unique<QSqlQuery>(db);
+        if (!insert_->prepare(QStringLiteral(
+                "INSERT OR REPLACE INTO asset (path, sha1, uploader, uploader_ip, readable,"
+                " serial, started, results) VALUES (?, ?, ?, ?, ?, ?, ?, ?)"))) {
+            QString const reason = insert_->lastError().text();
+            insert_.reset();
+            return fail(QStringLiteral("%1: %2").arg(filePath(), reason));
+        }
+    }
+    if (uncommitted_ == 0 && !db.transaction()) {
+        return fail(QStringLiteral("%1: %2").arg(filePath(), db.lastError().text()));
+    }
+    ++uncommitted_;
+    insert_->addBindValue(asset.path);
+    insert_->addBindValue(contentSha1);
+    insert_->addBindValue(asset.uploader);
+    insert_->addBindValue(asset.uploaderIp);
+    insert_->addBindValue(parsed.readable ? 1 : 0);
+    insert_->addBindValue(parsed.serial);
+    insert_->addBindValue(parsed.started);
+    insert_->addBindValue(encodeResults(parsed.results));
+    if (!insert_->exec()) {
+        return fail(QStringLiteral("%1: %2").arg(filePath(), insert_->lastError().text()));
+    }
+    return uncommitted_ < kRowsPerCommit || flush();
+}
+
+bool ResultsCache::flush() {
+    if (uncommitted_ == 0) {
+        return true;
+    }
+    uncommitted_ = 0;
+    QSqlDatabase db = QSqlDatabase::database(connection_);
+    if (!db.commit()) {
+        QString const reason = db.lastError().text();
+        db.rollback();
+        return fail(QStringLiteral("%1: %2").arg(filePath(), reason));
     }
     return true;
 }
 
-bool ResultsCache::reconcile(std::vector<Asset> const& listed,
-                             QHash<QString, CachedAsset> const& cached) {
+bool ResultsCache::reconcile(std::vector<Asset> const& relabelled, QStringList const& gone) {
+    if (!flush()) {
+        return false;
+    }
     QSqlDatabase db = QSqlDatabase::database(connection_);
-    QSet<QString> present;
-    present.reserve(listed.size());
     if (!db.transaction()) {
         return fail(QStringLiteral("%1: %2").arg(filePath(), db.lastError().text()));
     }
     QSqlQuery update(db);
     update.prepare(QStringLiteral("UPDATE asset SET uploader = ?, uploader_ip = ? WHERE path = ?"));
-    for (Asset const& asset : listed) {
-        present.insert(asset.path);
-        auto const found = cached.find(asset.path);
-        if (found == cached.end() ||
-            (found->uploader == asset.uploader && found->uploaderIp == asset.uploaderIp)) {
-            continue;
-        }
+    for (Asset const& asset : relabelled) {
         update.addBindValue(asset.uploader);
         update.addBindValue(asset.uploaderIp);
         update.addBindValue(asset.path);
@@ -179,11 +209,8 @@ bool ResultsCache::reconcile(std::vector<Asset> const& listed,
     }
     QSqlQuery remove(db);
     remove.prepare(QStringLiteral("DELETE FROM asset WHERE path = ?"));
-    for (auto it = cached.begin(); it != cached.end(); ++it) {
-        if (present.contains(it.key())) {
-            continue;
-        }
-        remove.addBindValue(it.key());
+    for (QString const& path : gone) {
+        remove.addBindValue(path);
         if (!remove.exec()) {
             QString const reason = remove.lastError().text();
             db.rollback();
@@ -198,23 +225,30 @@ bool ResultsCache::reconcile(std::vector<Asset> const& listed,
 
 std::vector<CachedRun> ResultsCache::runs() {
     std::vector<CachedRun> runs;
+    if (!flush()) {
+        return runs;
+    }
     QSqlQuery query(QSqlDatabase::database(connection_));
     query.setForwardOnly(true);
+    if (query.exec(QStringLiteral("SELECT COUNT(*) FROM asset")) && query.next()) {
+        runs.reserve(query.value(0).toULongLong());
+    }
     if (!query.exec(QStringLiteral("SELECT path, uploader, uploader_ip, readable, serial, started,"
-                                   " results FROM asset"))) {
+                                   " CAST(results AS BLOB) FROM asset"))) {
         fail(QStringLiteral("%1: %2").arg(filePath(), query.lastError().text()));
         return runs;
     }
-    QSet<QString> names;
+    TextPool names;
+    TextPool uploaders;
     while (query.next()) {
         CachedRun run;
         run.path = query.value(0).toString();
-        run.uploader = query.value(1).toString();
-        run.uploaderIp = query.value(2).toString();
+        run.uploader = uploaders.share(query.value(1).toString());
+        run.uploaderIp = uploaders.share(query.value(2).toString());
         run.parsed.readable = query.value(3).toInt() != 0;
         run.parsed.serial = query.value(4).toString();
         run.parsed.started = query.value(5).toString();
-        run.parsed.results = decodeResults(query.value(6).toString(), names);
+        run.parsed.results = decodeResults(query.value(6).toByteArray(), names);
         runs.push_back(std::move(run));
     }
     return runs;

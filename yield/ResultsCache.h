@@ -11,8 +11,12 @@
 
 #include <QHash>
 #include <QString>
+#include <QStringList>
 
+#include <memory>
 #include <vector>
+
+class QSqlQuery;
 
 namespace yield {
 
@@ -44,12 +48,15 @@ public:
     QString filePath() const;
 
     QHash<QString, CachedAsset> assets();
-    // One transaction: the content's sha1 and its parse result together.
+    // The content's sha1 and its parse result go in one row, so an entry is
+    // always whole. Rows are committed in batches (one commit per file
+    // would be most of a first sync's time); flush() commits the rest.
     bool store(Asset const& asset, QString const& contentSha1, ParsedResultsFile const& parsed);
-    // Once the whole listing is read: forget what the repository no longer
-    // holds and take up the listing's uploader names and addresses.
-    // cached is what assets() gave before this run's downloads.
-    bool reconcile(std::vector<Asset> const& listed, QHash<QString, CachedAsset> const& cached);
+    bool flush();
+    // Once the whole listing is read, in one transaction: take up the
+    // uploader names and addresses the listing now gives for cached
+    // assets, and forget those the repository no longer holds.
+    bool reconcile(std::vector<Asset> const& relabelled, QStringList const& gone);
     std::vector<CachedRun> runs();
 
 private:
@@ -58,6 +65,8 @@ private:
     QString directory_;
     QString connection_;
     QString error_;
+    std::unique_ptr<QSqlQuery> insert_;
+    int uncommitted_ = 0;
 };
 
 } // namespace yield

@@ -94,10 +94,16 @@ YieldFigures computeFigures(std::vector<CachedRun> const& runs, Selection const&
     }
 
     // Each station is named by the uploader of its latest run.
-    std::sort(selectedRuns.begin(), selectedRuns.end(), earlier);
+    std::map<QString, CachedRun const*> latest;
     for (CachedRun const* run : selectedRuns) {
         countRun(figures, *run);
-        figures.stations[stationOf(*run)].uploader = run->uploader;
+        CachedRun const*& station = latest[stationOf(*run)];
+        if (station == nullptr || earlier(station, run)) {
+            station = run;
+        }
+    }
+    for (auto const& [address, run] : latest) {
+        figures.stations[address].uploader = run->uploader;
     }
     return figures;
 }

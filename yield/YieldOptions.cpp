@@ -8,6 +8,7 @@ char const kYieldUsage[] =
     "usage: front_panel_yield [--repository URL] [--user NAME] [--cacert FILE] [--cache DIR]\n"
     "                         [--since YYYY-MM-DD] [--until YYYY-MM-DD] [--json FILE|-] [--html "
     "FILE]\n"
+    "                         [--offline]\n"
     "Reads the CV084 front panel test results from the artifact repository and reports\n"
     "first-pass and final yield, failing tests, retests, days and stations.\n"
     "  --repository URL  the repository's https:// address (default %1)\n"
@@ -20,9 +21,11 @@ char const kYieldUsage[] =
     "                    only boards first tested on or after, on or before DATE\n"
     "  --json FILE       the figures as JSON (- for standard output)\n"
     "  --html FILE       one self-contained page with charts and tables\n"
+    "  --offline         report from the cache as the last run left it, without\n"
+    "                    contacting the repository (no account needed)\n"
     "  -h, --help        this text\n"
     "Exit status: 0 done, 1 the repository cannot be reached or refuses the account\n"
-    "(the cache stays as it was), 2 usage.\n";
+    "(the cache stays as it was) or, with --offline, there is no cache yet, 2 usage.\n";
 
 namespace {
 
@@ -51,6 +54,10 @@ ParsedOptions parseYieldOptions(QStringList const& arguments, QString const& def
         QString name = arguments[i];
         if (name == QLatin1String("-h") || name == QLatin1String("--help")) {
             options.help = true;
+            continue;
+        }
+        if (name == QLatin1String("--offline")) {
+            options.offline = true;
             continue;
         }
         std::optional<QString> value;

@@ -21,6 +21,8 @@ struct YieldOptions {
     // "-" for standard output; empty: none.
     QString json;
     QString html;
+    // Report from the cache alone, without contacting the repository.
+    bool offline = false;
     bool help = false;
 };
 

@@ -14,6 +14,7 @@
 #include <QCoreApplication>
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QProcessEnvironment>
 #include <QSaveFile>
 #include <QSslCertificate>
@@ -53,29 +54,10 @@ void quietQtMessages(QtMsgType type, QMessageLogContext const&, QString const& m
     }
 }
 
-} // namespace
-
-int main(int argc, char* argv[]) {
-    qInstallMessageHandler(quietQtMessages);
-    QCoreApplication application(argc, argv);
-    QProcessEnvironment const environment = QProcessEnvironment::systemEnvironment();
-    QString const defaultRepository = QStringLiteral(FPT_YIELD_DEFAULT_REPOSITORY);
-    QString const defaultCache = yield::defaultCacheDirectory(
-        environment.value(QStringLiteral("XDG_CACHE_HOME")), QDir::homePath());
-    yield::ParsedOptions const parsed =
-        yield::parseYieldOptions(application.arguments().mid(1), defaultRepository, defaultCache);
-    if (!parsed.options) {
-        complain(kUsage, parsed.error);
-        std::fprintf(stderr, "Try 'front_panel_yield --help'.\n");
-        return kUsage;
-    }
-    yield::YieldOptions const& options = *parsed.options;
-    if (options.help) {
-        print(
-            QString::fromLatin1(yield::kYieldUsage).arg(defaultRepository, defaultCache).toUtf8());
-        return 0;
-    }
-
+// Brings the cache up to the repository; 0, or the exit status after the
+// operator's line.
+int syncFromRepository(yield::YieldOptions const& options, QProcessEnvironment const& environment,
+                       yield::ResultsCache& cache) {
     // The read-only account: never the password on the command line, where
     // every user of the machine can read it.
     QString const host = options.repository.host();
@@ -111,15 +93,53 @@ int main(int argc, char* argv[]) {
         }
     }
 
-    yield::ResultsCache cache(options.cache);
     if (!cache.open()) {
         return complain(kFailed, QStringLiteral("cannot open the cache: %1").arg(cache.error()));
     }
     yield::QtTransport transport(options.repository, user, password, extraCas);
     yield::SyncOutcome const sync =
         yield::RepositorySync(transport, cache, options.repository, user).run();
-    if (!sync.ok) {
-        return complain(kFailed, sync.error);
+    return sync.ok ? 0 : complain(kFailed, sync.error);
+}
+
+} // namespace
+
+int main(int argc, char* argv[]) {
+    qInstallMessageHandler(quietQtMessages);
+    QCoreApplication application(argc, argv);
+    QProcessEnvironment const environment = QProcessEnvironment::systemEnvironment();
+    QString const defaultRepository = QStringLiteral(FPT_YIELD_DEFAULT_REPOSITORY);
+    QString const defaultCache = yield::defaultCacheDirectory(
+        environment.value(QStringLiteral("XDG_CACHE_HOME")), QDir::homePath());
+    yield::ParsedOptions const parsed =
+        yield::parseYieldOptions(application.arguments().mid(1), defaultRepository, defaultCache);
+    if (!parsed.options) {
+        complain(kUsage, parsed.error);
+        std::fprintf(stderr, "Try 'front_panel_yield --help'.\n");
+        return kUsage;
+    }
+    yield::YieldOptions const& options = *parsed.options;
+    if (options.help) {
+        print(
+            QString::fromLatin1(yield::kYieldUsage).arg(defaultRepository, defaultCache).toUtf8());
+        return 0;
+    }
+
+    yield::ResultsCache cache(options.cache);
+    if (options.offline) {
+        // Made by open() when missing: an empty cache would report a line
+        // that never tested a board.
+        if (!QFileInfo::exists(cache.filePath())) {
+            return complain(kFailed,
+                            QStringLiteral("no cache in %1 yet: run once without --offline")
+                                .arg(options.cache));
+        }
+        if (!cache.open()) {
+            return complain(kFailed,
+                            QStringLiteral("cannot open the cache: %1").arg(cache.error()));
+        }
+    } else if (int const status = syncFromRepository(options, environment, cache); status != 0) {
+        return status;
     }
 
     std::vector<yield::CachedRun> const runs = cache.runs();

@@ -4,7 +4,9 @@
 usage: headless_chromium.py PAGE [--png FILE] [--scale S] [--width PX] [--height PX]
 
 Writes the whole page's screenshot to FILE and prints each console error
-and uncaught exception of the page, one a line; exits 1 when there was any.
+and uncaught exception of the page, and each chart text drawn (partly)
+outside its chart, where the browser cuts it off, one a line; exits 1 when
+there was any.
 The chromium is driven over the DevTools protocol on a pipe, with a new
 empty profile, no network of its own (no QUIC, no background fetches, no
 component updates, no sync) and no sandbox (it runs as root in CI).
@@ -22,6 +24,15 @@ import subprocess
 import sys
 import tempfile
 import zlib
+
+# Run by the browser on the loaded page (which has no script of its own):
+# the chart texts whose box, as laid out, leaves their chart's.
+CUT_OFF_TEXTS = """Array.from(document.querySelectorAll('svg text')).filter(text => {
+    const chart = text.ownerSVGElement.getBoundingClientRect();
+    const box = text.getBoundingClientRect();
+    return box.left < chart.left - 0.5 || box.right > chart.right + 0.5 ||
+        box.top < chart.top - 0.5 || box.bottom > chart.bottom + 0.5;
+}).map(text => 'chart text cut off: ' + text.textContent)"""
 
 
 def pixels(data):
@@ -137,7 +148,8 @@ class Browser:
 
     def render(self, url, scale=1.0, width=1200, height=8000):
         """The page's screenshot (PNG, at most HEIGHT pixels of it from the
-        top) at SCALE, and its console's errors and uncaught exceptions."""
+        top) at SCALE, and its console's errors, uncaught exceptions and cut
+        off chart texts."""
         target = self.send("Target.createTarget", {"url": "about:blank"})["targetId"]
         session = self.send("Target.attachToTarget", {"targetId": target, "flatten": True})["sessionId"]
         for domain in ("Runtime", "Log", "Page"):
@@ -162,6 +174,8 @@ class Browser:
                 errors.append(params.get("args"))
             elif method == "Log.entryAdded" and params["entry"].get("level") == "error":
                 errors.append(params["entry"].get("text"))
+        errors += self.send("Runtime.evaluate", {"expression": CUT_OFF_TEXTS, "returnByValue": True},
+                            session)["result"]["value"]
         self.send("Target.closeTarget", {"targetId": target})
         return base64.b64decode(shot["data"]), errors
 

@@ -173,7 +173,7 @@ class YieldAgainstRepository(unittest.TestCase):
                        check=True, stdout=subprocess.DEVNULL)
         cls.storage0 = os.path.join(cls.pki, "storage")
         cls.meta0 = os.path.join(cls.pki, "assets.jsonl")
-        yield_corpus.generate(cls.storage0, cls.meta0, files=400, stations=3, days=14,
+        yield_corpus.generate(cls.storage0, cls.meta0, files=400, stations=3, days=25,
                               first_day=datetime.date(2026, 3, 2), seed=7)
         cls.home = os.path.join(cls.pki, "home")
         os.makedirs(cls.home)
@@ -254,7 +254,7 @@ class YieldAgainstRepository(unittest.TestCase):
         self.assertEqual(self.figures(), comparable(expected_figures(self.storage, self.meta)))
         self.assertEqual(max(self.server.downloads.values()), 1, "an asset fetched twice")
 
-    def test_refused_accounts_are_named_and_leave_the_cache_intact(self):
+    def test_refused_accounts_are_named_and_leave_the_cache_intact_for_offline(self):
         bare = os.path.join(self.work, "bare-home")
         os.makedirs(bare)
         for user, password in [(READER, "wrong"), ("fpt-upload", UPLOAD.decode()[len("fpt-upload:"):])]:
@@ -263,9 +263,19 @@ class YieldAgainstRepository(unittest.TestCase):
                                         env={"FPT_YIELD_PASSWORD": password})
                 self.assertEqual(done.returncode, 1)
                 self.assertRegex(done.stderr, r"^[^\n]*%s[^\n]*\n?$" % re.escape(user))
-        # Intact: the figures come back whole without fetching anything again.
-        self.assertEqual(self.figures(), comparable(expected_figures(self.storage, self.meta)))
-        self.assertFalse(self.server.downloads)
+        # Intact: the cache alone gives the figures whole, with no account
+        # and nothing asked of the repository.
+        pages = self.server.pages
+        done = self.run_program("--offline", "--json", "-", home=bare)
+        self.assertEqual(done.returncode, 0, done.stderr)
+        self.assertEqual(comparable(json.loads(done.stdout)),
+                         comparable(expected_figures(self.storage, self.meta)))
+        self.assertEqual((self.server.pages, self.server.downloads), (pages, {}))
+        # Without a cache there is nothing to report, not an empty line.
+        done = run_program(self.server, self.pki, os.path.join(self.work, "none"), bare,
+                           "--offline")
+        self.assertEqual((done.returncode, done.stdout), (1, ""))
+        self.assertRegex(done.stderr, r"^front_panel_yield: no cache in [^\n]*\n$")
 
     def test_page_renders_its_charts_in_chromium_without_console_errors(self):
         page = os.path.join(self.work, "yield.html")

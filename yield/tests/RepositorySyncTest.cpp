@@ -160,13 +160,19 @@ TEST_F(RepositorySyncTest, ARunCutOffMidDownloadsIsContinuedToTheSameFigures) {
         clean = jsonReport(computeFigures(reference.runs(), {}));
     }
 
-    // The network goes after two downloads.
+    // The network goes after two downloads, asked for two at a time. What
+    // was stored is committed for the next run.
     ASSERT_TRUE(cache.open());
     repository.downloadsLeft = 2;
-    SyncOutcome outcome = sync();
+    SyncOutcome outcome =
+        RepositorySync(repository, cache, QUrl(kBase), QStringLiteral("reader"), 2).run();
     EXPECT_FALSE(outcome.ok);
     EXPECT_EQ(outcome.error, QStringLiteral("cannot reach https://nexus.test: Connection refused"));
-    EXPECT_EQ(cache.runs().size(), 2u);
+    {
+        ResultsCache nextRun(folder.path());
+        ASSERT_TRUE(nextRun.open());
+        EXPECT_EQ(nextRun.runs().size(), 2u);
+    }
 
     // Killed while storing the third: its transaction never committed.
     {
@@ -184,7 +190,7 @@ TEST_F(RepositorySyncTest, ARunCutOffMidDownloadsIsContinuedToTheSameFigures) {
 
     repository.requested.clear();
     repository.downloadsLeft = -1;
-    outcome = sync();
+    outcome = RepositorySync(repository, cache, QUrl(kBase), QStringLiteral("reader"), 2).run();
     ASSERT_TRUE(outcome.ok) << outcome.error.toStdString();
     EXPECT_EQ(repository.requested,
               (std::vector<QString>{kFirstPage,
