@@ -93,12 +93,17 @@ void CursesTerminal::start() {
     timeout(0);
     m_diversion->setScreenReset(screenResetSequence());
     m_blocking = false;
+    m_inputEnded = false;
+    // Only now, with the terminal in the screen's modes: each key is there
+    // to read as soon as it is typed.
+    m_reader = std::make_unique<TerminalReader>(STDIN_FILENO);
     m_started = true;
 }
 
 void CursesTerminal::stop() {
     if (!m_started)
         return;
+    m_reader.reset();
     endwin();
     delscreen(m_screen);
     m_screen = nullptr;
@@ -159,22 +164,14 @@ void CursesTerminal::setInputMode(bool blocking, bool echo) {
 void CursesTerminal::takeIn() {
     if (!m_started || m_inputEnded)
         return;
-    pollfd input{STDIN_FILENO, POLLIN, 0};
-    while (::poll(&input, 1, 0) == 1) {
-        char buffer[64];
-        ssize_t const count =
-            (input.revents & POLLIN) != 0 ? ::read(STDIN_FILENO, buffer, sizeof buffer) : 0;
-        int64_t const now = comms::arrivalClockUs();
-        if (count < 0 && (errno == EINTR || errno == EAGAIN))
-            return;
-        if (count <= 0) {
-            // The terminal hung up: it would read as ready for ever.
-            m_inputEnded = true;
-            return;
-        }
-        for (ssize_t i = 0; i < count; ++i)
-            m_typed.push_back({buffer[i], now});
-    }
+    // A terminal that hung up would read as ready for ever: once what came
+    // before is taken in, it is no longer watched.
+    if (!m_reader->takeInto(m_typed))
+        m_inputEnded = true;
+}
+
+int CursesTerminal::inputFd() const {
+    return m_started && !m_inputEnded ? m_reader->wakeFd() : -1;
 }
 
 std::optional<int64_t> CursesTerminal::nextKeyUs() const {
@@ -197,7 +194,7 @@ int32_t CursesTerminal::keyReadyInMs() const {
 
 std::string CursesTerminal::typedText() const {
     std::string text;
-    for (TypedByte const& b : m_typed)
+    for (TerminalReader::Byte const& b : m_typed)
         text += b.byte;
     return text;
 }

@@ -4,10 +4,10 @@
 // used. Frames are built with erase() and sent with one refresh(), so curses
 // only transmits the cells that changed: an idle screen costs nothing on a
 // slow serial console. Keys are read from standard input here, stamped as they
-// come, and handed to curses to decode one at a time. While the screen is up, whatever the program
-// writes to standard output or standard error is held back from the screen's terminal and shown
-// between frames (see ConsoleDiversion), after which the whole screen is repainted. The destructor
-// gives the terminal back.
+// come (by a TerminalReader), and handed to curses to decode one at a time. While the screen is up,
+// whatever the program writes to standard output or standard error is held back from the screen's
+// terminal and shown between frames (see ConsoleDiversion), after which the whole screen is
+// repainted. The destructor gives the terminal back.
 
 #include <cstdio>
 #include <deque>
@@ -17,6 +17,7 @@
 
 #include "app/ConsoleDiversion.h"
 #include "app/Terminal.h"
+#include "app/TerminalReader.h"
 
 struct screen;
 
@@ -38,7 +39,7 @@ public:
     std::optional<int64_t> nextKeyUs() const override;
     int32_t keyReadyInMs() const override;
     int readKey() override;
-    int inputFd() const override { return m_started && !m_inputEnded ? STDIN_FILENO : -1; }
+    int inputFd() const override;
     std::string readWord(int maxChars) override;
 
     // How long the rest of an escape sequence (a function or arrow key) is
@@ -67,11 +68,9 @@ private:
     bool m_echo = false;
     // Standard input hung up or ended: nothing more will come.
     bool m_inputEnded = false;
-    struct TypedByte {
-        char byte;
-        int64_t arrivedUs;
-    };
-    std::deque<TypedByte> m_typed;
+    // Stamps the terminal's bytes as they come, whatever the loop is doing.
+    std::unique_ptr<TerminalReader> m_reader;
+    std::deque<TerminalReader::Byte> m_typed;
     // Curses reads its keys from this pipe, one whole key at a time, so that
     // it never holds one that the manager cannot see, nor waits itself for
     // the rest of an escape sequence.
