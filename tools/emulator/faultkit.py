@@ -98,8 +98,9 @@ def seed_journal(size):
 
 
 def failing_sync(call):
-    """A prefix for the program's command: every `call` (fsync, fdatasync)
-    it makes fails with EIO (the build's libcv084-failing-sync preloaded)."""
+    """A prefix for the program's command: every `call` it makes (fsync,
+    fdatasync, ftruncate, fsync-file; several separated by commas) fails with
+    EIO (the build's libcv084-failing-sync preloaded)."""
     return f"env LD_PRELOAD={os.environ['FPT_FAILING_SYNC']} CV084_FAILING_SYNC={call} "
 
 
