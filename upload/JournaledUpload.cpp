@@ -216,6 +216,10 @@ QString keepPendingResultsAside(QString const& path) {
     // aside all the same, as nothing can be recorded.
     JournalEntry const* request = contents.lastRequest(path);
     QByteArray const from = QFile::encodeName(path);
+    auto const unlinkFailed = [&path] {
+        return QStringLiteral("!") + path + QStringLiteral(": ") +
+               QString::fromLocal8Bit(std::strerror(errno));
+    };
     if (contents.error.isEmpty() && !contents.isPending(path)) {
         // Still a second name of a file kept aside (a power cut took back
         // the unlink below): emptied in place, it would empty the kept
@@ -223,8 +227,7 @@ QString keepPendingResultsAside(QString const& path) {
         struct stat info {};
         if (::lstat(from.constData(), &info) == 0 && S_ISREG(info.st_mode) && info.st_nlink > 1 &&
             ::unlink(from.constData()) != 0)
-            return QStringLiteral("!") + path + QStringLiteral(": ") +
-                   QString::fromLocal8Bit(std::strerror(errno));
+            return unlinkFailed();
         return {};
     }
     QString aside;
@@ -245,7 +248,7 @@ QString keepPendingResultsAside(QString const& path) {
         // name), only the new name must reach the disk before it is named.
         JournalEntry kept = *request;
         kept.path = UploadJournal::canonical(aside);
-        kept.time = UploadJournal::describe(kept.event, path, kept.targetDir).time;
+        kept.time = UploadJournal::now();
         if (!UploadJournal::syncFolder(aside, &why) || !journal.append(kept, &why)) {
             ::unlink(QFile::encodeName(aside).constData());
             return QStringLiteral("!") + why;
@@ -262,8 +265,7 @@ QString keepPendingResultsAside(QString const& path) {
     // to the disk with its own name. Until then a cut leaves the old name,
     // no longer pending, on the kept file (see above).
     if (::unlink(from.constData()) != 0)
-        return QStringLiteral("!") + path + QStringLiteral(": ") +
-               QString::fromLocal8Bit(std::strerror(errno));
+        return unlinkFailed();
     return aside;
 }
 

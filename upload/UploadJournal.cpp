@@ -287,12 +287,16 @@ JournalContents UploadJournal::read() const {
     return contents;
 }
 
+QString UploadJournal::now() {
+    return QDateTime::currentDateTimeUtc().toString(Qt::ISODate);
+}
+
 JournalEntry UploadJournal::describe(JournalEntry::Event event, QString const& path,
                                      QString const& targetDir) {
     FileState const state = FileState::of(path);
     JournalEntry entry;
     entry.event = event;
-    entry.time = QDateTime::currentDateTimeUtc().toString(Qt::ISODate);
+    entry.time = now();
     entry.targetDir = targetDir;
     entry.path = canonical(path);
     entry.size = state.size;

@@ -101,6 +101,8 @@ public:
     // with the current time; size and hash stay empty if it cannot be read.
     static JournalEntry describe(JournalEntry::Event event, QString const& path,
                                  QString const& targetDir);
+    // The time an entry is stamped with: now, in UTC.
+    static QString now();
 
     // Syncs the folder that holds `path`, so that its name is on disk; false
     // (and why) when it cannot be.
