@@ -86,7 +86,7 @@ bool ResultsCache::fail(QString const& what) {
     return false;
 }
 
-bool ResultsCache::open() {
+bool ResultsCache::open(OtherVersion otherVersion) {
     if (!QDir().mkpath(directory_)) {
         return fail(QStringLiteral("cannot make the folder %1").arg(directory_));
     }
@@ -111,6 +111,11 @@ bool ResultsCache::open() {
         return fail(QStringLiteral("%1: %2").arg(filePath(), query.lastError().text()));
     }
     if (query.value(0).toInt() != kSchemaVersion) {
+        if (otherVersion == OtherVersion::Refuse) {
+            return fail(QStringLiteral("%1 was made by another version of front_panel_yield;"
+                                       " a run without --offline makes it again")
+                            .arg(filePath()));
+        }
         if (!db.transaction() || !query.exec(QStringLiteral("DROP TABLE IF EXISTS asset")) ||
             !query.exec(QStringLiteral(
                 "CREATE TABLE asset (path TEXT PRIMARY KEY, sha1 TEXT NOT NULL, uploader TEXT,"

@@ -41,9 +41,14 @@ public:
     ResultsCache(ResultsCache const&) = delete;
     ResultsCache& operator=(ResultsCache const&) = delete;
 
+    // What open() does with a cache another version of the program made:
+    // start it again (its entries are downloaded again), or refuse it when
+    // nothing could be downloaded to fill it.
+    enum class OtherVersion { StartAgain, Refuse };
+
     // False, with the reason in error(), when the file cannot be opened or
-    // made.
-    bool open();
+    // made, or is refused.
+    bool open(OtherVersion otherVersion = OtherVersion::StartAgain);
     QString const& error() const { return error_; }
     QString filePath() const;
 

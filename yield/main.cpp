@@ -134,7 +134,9 @@ int main(int argc, char* argv[]) {
                             QStringLiteral("no cache in %1 yet: run once without --offline")
                                 .arg(options.cache));
         }
-        if (!cache.open()) {
+        // Left as it is, for the version that made it: starting it again
+        // here would leave nothing to report.
+        if (!cache.open(yield::ResultsCache::OtherVersion::Refuse)) {
             return complain(kFailed,
                             QStringLiteral("cannot open the cache: %1").arg(cache.error()));
         }

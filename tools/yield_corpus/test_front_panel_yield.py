@@ -7,11 +7,13 @@ program under test.
 """
 
 import collections
+import contextlib
 import datetime
 import json
 import os
 import re
 import shutil
+import sqlite3
 import ssl
 import subprocess
 import sys
@@ -276,6 +278,18 @@ class YieldAgainstRepository(unittest.TestCase):
                            "--offline")
         self.assertEqual((done.returncode, done.stdout), (1, ""))
         self.assertRegex(done.stderr, r"^front_panel_yield: no cache in [^\n]*\n$")
+        # A cache another version made is left for it whole: started again
+        # here, it would report a line that never tested a board.
+        cache_file = os.path.join(self.cache, "cache.sqlite")
+        with contextlib.closing(sqlite3.connect(cache_file)) as db, db:
+            db.execute("PRAGMA user_version=0")
+            rows = db.execute("SELECT COUNT(*) FROM asset").fetchone()
+        self.assertGreater(rows[0], 0)
+        done = self.run_program("--offline", "--json", "-", home=bare)
+        self.assertEqual((done.returncode, done.stdout), (1, ""))
+        self.assertRegex(done.stderr, r"^[^\n]*another version[^\n]*--offline[^\n]*\n$")
+        with contextlib.closing(sqlite3.connect(cache_file)) as db:
+            self.assertEqual(db.execute("SELECT COUNT(*) FROM asset").fetchone(), rows)
 
     def test_page_renders_its_charts_in_chromium_without_console_errors(self):
         page = os.path.join(self.work, "yield.html")

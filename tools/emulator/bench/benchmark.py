@@ -16,6 +16,11 @@
   peak RSS     VmHWM at the end of the run
   signal end   SIGTERM during the upload's first try (a repository that
                never answers) to the program's end
+  wake floor   the machine's own: a one-byte pipe round trip between two
+               processes on different CPUs, after the same idle gaps as the
+               presses. No latency above can be lower whenever its chain
+               (emulator, program, kernel workers) wakes a CPU that has been
+               idle; on a virtual machine that is the cost of waking a vCPU.
 
 With --soak, instead: one run through many button events and panel lines,
 then a long idle stretch; reports the growth of peak RSS, the change in open
@@ -162,6 +167,41 @@ def arrival_order(emu, trials):
     return 100.0 * in_order / trials
 
 
+def wake_floor(rounds):
+    """Round trips in ms between a process on the first CPU and one on the
+    second, each after 120 to 220 ms of nothing, as between two presses."""
+    cpus = sorted(os.sched_getaffinity(0))
+    if len(cpus) < 2:
+        return []
+    there_r, there_w = os.pipe()
+    back_r, back_w = os.pipe()
+    child = os.fork()
+    if child == 0:
+        os.close(there_w)
+        os.sched_setaffinity(0, {cpus[1]})
+        while os.read(there_r, 1):
+            os.write(back_w, b"x")
+        os._exit(0)
+    os.close(there_r)
+    os.close(back_w)
+    previous = os.sched_getaffinity(0)
+    os.sched_setaffinity(0, {cpus[0]})
+    trips = []
+    try:
+        for _ in range(rounds):
+            time.sleep(random.uniform(0.12, 0.22))
+            sent = time.monotonic_ns()
+            os.write(there_w, b"x")
+            os.read(back_r, 1)
+            trips.append((time.monotonic_ns() - sent) / 1e6)
+    finally:
+        os.close(there_w)  # the other end's read ends
+        os.waitpid(child, 0)
+        os.close(back_r)
+        os.sched_setaffinity(0, previous)
+    return trips
+
+
 def percentile(values, p):
     ordered = sorted(values)
     k = (len(ordered) - 1) * p / 100.0
@@ -304,6 +344,7 @@ def main():
     p.add_argument("--order-trials", type=int, default=200)
     p.add_argument("--idle-seconds", type=float, default=10.0)
     p.add_argument("--signal-runs", type=int, default=3)
+    p.add_argument("--floor-rounds", type=int, default=120)
     p.add_argument("--soak", action="store_true", help="the soak instead of the figures above")
     p.add_argument("--soak-events", type=int, default=100000)
     p.add_argument("--soak-lines", type=int, default=10000)
@@ -385,8 +426,13 @@ def main():
 
     results["peak_rss_kib"] = status_kib(pid, "VmHWM")
     quit_run(emu)
+    floor = wake_floor(args.floor_rounds)
     ends = signal_ends(args.program, args.signal_runs)
     results["signal_end_ms_max"] = max(ends)
+    if floor:
+        results["wake_floor_ms_p50"] = percentile(floor, 50)
+        results["wake_floor_ms_p99"] = percentile(floor, 99)
+        results["wake_floor_ms_max"] = max(floor)
 
     print(f"start-up to serial prompt: median {results['startup_ms_median']:.0f} ms,"
           f" max {results['startup_ms_max']:.0f} ms ({args.starts} starts)")
@@ -406,6 +452,11 @@ def main():
     print(f"peak RSS: {results['peak_rss_kib'] / 1024:.1f} MiB")
     print(f"SIGTERM during an upload's try -> program gone: max {max(ends):.0f} ms"
           f" ({args.signal_runs} runs)")
+    if floor:
+        print(f"this machine's wake floor (pipe round trip between two CPUs after 120 to"
+              f" 220 ms idle): p50 {results['wake_floor_ms_p50']:.1f} ms,"
+              f" p99 {results['wake_floor_ms_p99']:.1f} ms, max {results['wake_floor_ms_max']:.1f} ms"
+              f" ({len(floor)} rounds)")
     return save_json(args, results)
 
 
