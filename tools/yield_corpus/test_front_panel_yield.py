@@ -241,6 +241,13 @@ class YieldAgainstRepository(unittest.TestCase):
         changed = next(run for run in read_runs(self.storage, self.meta)[0] if run["results"])
         with open(os.path.join(self.storage, changed["path"]), "a", encoding="utf-8") as out:
             out.write("PASSED  - Button Tests\n")
+        # A cached file the repository now says another station uploaded:
+        # its run moves there without being downloaded again.
+        moved = next(run for run in read_runs(self.storage, self.meta)[0]
+                     if run["results"] and run["path"] != changed["path"])
+        with open(self.meta, "a", encoding="utf-8") as out:
+            out.write(json.dumps({"path": moved["path"], "uploader": "fpt-upload-line-b",
+                                  "uploaderIp": "10.9.9.9"}) + "\n")
         self.server.rescan()
         self.assertEqual(self.figures(), comparable(expected_figures(self.storage, self.meta)))
         wanted = {path for path in new if KEPT.fullmatch(path)} | {changed["path"]}
