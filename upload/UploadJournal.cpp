@@ -245,8 +245,7 @@ bool UploadJournal::append(JournalEntry const& entry, QString* why) const {
         // disk, a power cut leaves at worst a torn last line (or the zeros
         // of a failed writeback), which readers skip and the next append
         // ends with a newline. One that fails leaves the line torn, the same.
-        int const cutBack = ::ftruncate(fd.get(), info.st_size);
-        static_cast<void>(cutBack);
+        [[maybe_unused]] int const cutBack = ::ftruncate(fd.get(), info.st_size);
         errno = error;
         return failed(m_path, why);
     }

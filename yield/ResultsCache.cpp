@@ -99,6 +99,17 @@ bool ResultsCache::open(OtherVersion otherVersion) {
         return fail(QStringLiteral("%1: %2").arg(filePath(), db.lastError().text()));
     }
     QSqlQuery query(db);
+    if (!query.exec(QStringLiteral("PRAGMA user_version")) || !query.next()) {
+        return fail(QStringLiteral("%1: %2").arg(filePath(), query.lastError().text()));
+    }
+    bool const otherVersionMade = query.value(0).toInt() != kSchemaVersion;
+    query.finish();
+    // Refused before anything is written to it, not even its journal mode.
+    if (otherVersionMade && otherVersion == OtherVersion::Refuse) {
+        return fail(QStringLiteral("%1 was made by another version of front_panel_yield;"
+                                   " a run without --offline makes it again")
+                        .arg(filePath()));
+    }
     // Write-ahead logging keeps every commit whole across a kill or a
     // power cut; NORMAL may lose the last commits then, which only costs
     // their downloads again.
@@ -107,15 +118,7 @@ bool ResultsCache::open(OtherVersion otherVersion) {
             return fail(QStringLiteral("%1: %2").arg(filePath(), query.lastError().text()));
         }
     }
-    if (!query.exec(QStringLiteral("PRAGMA user_version")) || !query.next()) {
-        return fail(QStringLiteral("%1: %2").arg(filePath(), query.lastError().text()));
-    }
-    if (query.value(0).toInt() != kSchemaVersion) {
-        if (otherVersion == OtherVersion::Refuse) {
-            return fail(QStringLiteral("%1 was made by another version of front_panel_yield;"
-                                       " a run without --offline makes it again")
-                            .arg(filePath()));
-        }
+    if (otherVersionMade) {
         if (!db.transaction() || !query.exec(QStringLiteral("DROP TABLE IF EXISTS asset")) ||
             !query.exec(QStringLiteral(
                 "CREATE TABLE asset (path TEXT PRIMARY KEY, sha1 TEXT NOT NULL, uploader TEXT,"

@@ -9,14 +9,13 @@ Runs inside the emulated instrument, driven by the end-to-end fault tests
 
 import base64
 import errno
-import json
 import os
 import subprocess
 import sys
 import time
 
 sys.path.insert(0, os.path.join(os.path.dirname(os.path.realpath(__file__)), "tests", "e2e"))
-from station import RESULTS_DIR, STATE_DIR, TMUX, Station  # noqa: E402
+from station import RESULTS_DIR, STATE_DIR, TMUX, Station, repository_requests  # noqa: E402
 
 JOURNAL = os.path.join(RESULTS_DIR, ".front_panel_test-uploads")
 PLAN = ["Shaft Encoder Tests", "Button Tests", "Headphone Jack Detection Test",
@@ -124,13 +123,9 @@ def journal_records():
 
 def received():
     """Every request the repository got: (file name, status)."""
-    path = os.path.join(STATE_DIR, "nexus-requests.jsonl")
-    if not os.path.exists(path):
-        return []
-    with open(path) as f:
-        requests = [json.loads(line) for line in f if line.strip()]
     return [(next((base64.b64decode(p["body_base64"]).decode() for p in r["parts"]
-                   if p["name"] == "raw.asset1.filename"), None), r["status"]) for r in requests]
+                   if p["name"] == "raw.asset1.filename"), None), r["status"])
+            for r in repository_requests()]
 
 
 def stored(target_dir, path):

@@ -11,7 +11,6 @@ Runs inside the emulated instrument, driven by the end-to-end power-cut test
 
 import base64
 import hashlib
-import json
 import os
 import random
 import shutil
@@ -91,11 +90,8 @@ class Recording:
 
 def stored_assets(since=0):
     """Every asset the repository stored, from the `since`th request on."""
-    path = os.path.join(kit.STATE_DIR, "nexus-requests.jsonl")
-    with open(path) as f:
-        requests = [json.loads(line) for line in f if line.strip()][since:]
     stores = []
-    for request in requests:
+    for request in kit.repository_requests()[since:]:
         if request["status"] != 204:
             continue
         fields = {p["name"]: base64.b64decode(p["body_base64"]) for p in request["parts"]}

@@ -5,6 +5,7 @@ Runs inside the emulated instrument (run-in-emulator.sh).
 """
 
 import glob
+import json
 import os
 import re
 import subprocess
@@ -144,6 +145,15 @@ class Station:
     # --- the results ---------------------------------------------------------
     def results_files(self):
         return sorted(glob.glob(os.path.join(RESULTS_DIR, "front_panel_test_*.txt")))
+
+
+def repository_requests():
+    """Every request the test repository answered, in order (its record)."""
+    path = os.path.join(STATE_DIR, "nexus-requests.jsonl")
+    if not os.path.exists(path):
+        return []
+    with open(path) as f:
+        return [json.loads(line) for line in f if line.strip()]
 
 
 def read_results(path):

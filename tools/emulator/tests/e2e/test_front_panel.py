@@ -10,7 +10,6 @@ repeated here through EXPECT_* variables.
 import fcntl
 import filecmp
 import glob
-import json
 import os
 import re
 import subprocess
@@ -20,7 +19,7 @@ import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.realpath(__file__)))
 from station import (BUTTON_LABELS, COLOURS, RGB, STATE_DIR, Station,  # noqa: E402
-                      read_results)
+                      read_results, repository_requests)
 
 SERIAL = "A12345"
 PLAN = ["Shaft Encoder Tests", "Button Tests", "Headphone Jack Detection Test",
@@ -242,12 +241,7 @@ class OperatorCase(unittest.TestCase):
         self.assertEqual(self.st.emu.state()["routing"], 0)
 
     def uploads(self):
-        path = os.path.join(STATE_DIR, "nexus-requests.jsonl")
-        if not os.path.exists(path):
-            return []
-        with open(path) as f:
-            requests = [json.loads(line) for line in f if line.strip()]
-        return requests[getattr(self, "uploads_before", 0):]
+        return repository_requests()[getattr(self, "uploads_before", 0):]
 
 
 

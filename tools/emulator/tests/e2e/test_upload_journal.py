@@ -5,7 +5,6 @@ emulated instrument whose repository fails in the way the case needs."""
 
 import base64
 import hashlib
-import json
 import os
 import re
 import subprocess
@@ -14,7 +13,7 @@ import time
 import unittest
 
 sys.path.insert(0, os.path.dirname(os.path.realpath(__file__)))
-from station import RESULTS_DIR, STATE_DIR, TMUX, Station  # noqa: E402
+from station import RESULTS_DIR, STATE_DIR, TMUX, Station, repository_requests  # noqa: E402
 
 SERIAL = "B2041"
 TARGET = f"/CV084/{SERIAL}/front_panel_test/"
@@ -22,14 +21,6 @@ JOURNAL_NAME = ".front_panel_test-uploads"
 JOURNAL = f"{RESULTS_DIR}/{JOURNAL_NAME}"
 FAILED = "Nexus Upload Failed, are you connected to the network?"
 CHANGED = "changed since its upload was requested, not sent (name the file to send it as it is now)"
-
-
-def requests():
-    path = os.path.join(STATE_DIR, "nexus-requests.jsonl")
-    if not os.path.exists(path):
-        return []
-    with open(path) as f:
-        return [json.loads(line) for line in f if line.strip()]
 
 
 def upload_program(*args, **options):
@@ -79,7 +70,7 @@ class SentLater(UploadCase):
         journal, results, gone = (f"{folder}/{n}" for n in (JOURNAL_NAME, "r.txt", "gone.txt"))
         self.operator_run("Q7", "q", "-f", f"{folder}/q.txt").wait_exit()
         self.failed_upload(self.operator_run(SERIAL, "u", "-f", results), results, 30)
-        self.assertEqual([r["status"] for r in requests()], [500, 500, 500])
+        self.assertEqual([r["status"] for r in repository_requests()], [500, 500, 500])
 
         # Only the (U)pload run is pending; the (Q)uit run never asked for one.
         listed = upload_program("--journal", journal, "--list")
@@ -99,7 +90,7 @@ class SentLater(UploadCase):
 
         sent = upload_program(results)  # named: sent as it is now
         self.assertEqual(sent.stdout, f"1 of 1 r.txt: uploaded to {TARGET}\n1 sent, 0 not sent\n")
-        [request] = requests()[3:]
+        [request] = repository_requests()[3:]
         self.assertEqual(request["status"], 204)
         parts = {p["name"]: base64.b64decode(p["body_base64"]) for p in request["parts"]}
         self.assertEqual(parts["raw.directory"].decode(), TARGET)
@@ -111,7 +102,7 @@ class SentLater(UploadCase):
         self.assertEqual(forgot.stdout, f"{gone}: forgotten, no longer pending\n")
         again = upload_program("--journal", journal)
         self.assertEqual((again.returncode, again.stdout), (0, "Nothing to send.\n"))
-        self.assertEqual(len(requests()), 4)
+        self.assertEqual(len(repository_requests()), 4)
 
         for wrong in (["--bogus"], ["--journal"], ["--list", results]):
             wrong = upload_program(*wrong)
@@ -124,7 +115,7 @@ class SentLater(UploadCase):
         self.assertEqual((unrecorded.returncode, unrecorded.stdout), (1, (
             f"1 of 1 r.txt: uploaded to {TARGET}, but not recorded ({journal}: Permission"
             " denied): still pending\n1 sent, 0 not sent\n")))
-        self.assertEqual(len(requests()), 5)
+        self.assertEqual(len(repository_requests()), 5)
 
         os.chmod(journal, 0o600)  # an account that cannot read it is told so, not "0 pending"
         for args in (["--journal", journal, "--list"], [results]):
@@ -149,7 +140,7 @@ class SilentRepository(UploadCase):
             "0 sent, 1 not sent\n")))
         self.failed_upload(st, results, 40)
         # Three attempts of 10 s each, then the failure.
-        self.assertEqual(len(requests()), 3)
+        self.assertEqual(len(repository_requests()), 3)
         self.assertTrue(30.0 <= time.monotonic() - began < 42.0)
 
         first = subprocess.Popen([os.environ["FPT_UPLOAD_PROGRAM"]], stdout=subprocess.DEVNULL,
@@ -157,14 +148,14 @@ class SilentRepository(UploadCase):
         self.addCleanup(first.wait)
         self.addCleanup(first.kill)
         deadline = time.monotonic() + 10
-        while len(requests()) < 4:  # the first instance is sending
+        while len(repository_requests()) < 4:  # the first instance is sending
             self.assertLess(time.monotonic(), deadline, "front_panel_upload sent nothing")
             time.sleep(0.05)
         second = upload_program()
         self.assertEqual(second.returncode, 3)
         self.assertEqual(second.stderr, "front_panel_upload: busy: another front_panel_upload"
                                         " is sending results; try again later\n")
-        self.assertEqual(len(requests()), 4)
+        self.assertEqual(len(repository_requests()), 4)
 
 
 class RefusedResend(UploadCase):
@@ -181,7 +172,7 @@ class RefusedResend(UploadCase):
 
     def board_uploaded(self, serial, results):
         self.assertEqual(self.operator_run(serial, "u", "-f", results).wait_exit(), 0)
-        self.assertEqual(requests()[-1]["status"], 204)
+        self.assertEqual(repository_requests()[-1]["status"], 204)
 
     def test_reused_name_and_proven_resend(self):
         os.makedirs(folder := "/home/transfer/station")
